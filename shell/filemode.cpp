@@ -1,0 +1,4 @@
+// Run mode -f.
+#include "filemode.h"
+
+void RunFileMode() {}

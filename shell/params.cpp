@@ -1,0 +1,321 @@
+// The run parameters with their defaults, the option table and the usage
+// text.
+#include "params.h"
+
+#include "mlog.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+VxShared g_regi_sock{-1};
+VxShared g_regi_channel{-1};
+char g_szAppName[128] = "vxShell V1.0";
+VxShared g_isRegistered{0};
+VxShared g_rtp_started{0};
+VxShared g_rtp_forward_Saver{0};
+
+VxShared g_AudMode{2};
+int g_audioCodec = 0;
+int g_bIsPagingMode = 0;
+char g_szServerIp[16] = "";
+int g_localPort = 9000;
+int g_remotePort = 9000;
+char g_szServerIp2[16] = "";
+int g_localPort2 = 9002;
+int g_remotePort2 = 9000;
+char g_szOppDevId[16] = "";
+
+int g_vx_logLevel = -1;
+int g_LangCode = -1;
+VxShared g_bVQMRequestMOS{0};
+VxShared g_bVQMonEnable{0};
+
+int g_nVolumeIndex = 7;
+int g_nRepeatCnt = 1;
+VxShared g_iKeyType{0};
+int g_bTonePlay = 0;
+int g_nToneIndex = 0;
+int g_bTonePlayEx = 0;
+int g_ToneFreq1 = -1;
+int g_ToneFreq2 = -1;
+int g_Tone1OnTime = -1;
+int g_Tone1OffTime = -1;
+int g_Tone2OnTime = -1;
+int g_Tone2OffTime = -1;
+int g_Tone3OnTime = -1;
+int g_Tone3OffTime = -1;
+int g_ToneRepeat = 0;
+int g_ToneInterMitMs = 0;
+char g_WaveFile[128] = "/sound/tone_0_0.wav";
+int g_bTestPlayWav = 0;
+int g_bPlayWavIndex = 0;
+int g_nWaveIndex = 0;
+
+int g_vx_Relay_Mode = 0;
+VxShared g_vx_RelayThId{0};
+// The relay listener binds every interface; no option changes it.
+char g_sShellIp[64] = "0.0.0.0";
+int g_ShellPort = 55555;
+
+int g_nFileMode = 0;
+char g_szFileName[64] = "";
+char g_szSection[64] = "";
+char g_szKey[64] = "";
+char g_szText[64] = "";
+
+VxShared g_nTestRecordMode{0};
+VxShared g_bTestRecording{0};
+VxShared g_bTestKeyEvent{0};
+VxShared g_bTestWavPlay{0};
+VxShared g_bPauseTest{0};
+
+namespace {
+
+const char kUsage[] =
+    " [-h help] [-s 1stOIp] [-t 2ndOIp] [-p 1stLPort] [-r 1stOPort] [-q 2nd OPort] [-l] [-o opp devId] \n\nOptions:\n"
+    "  -h \thelp (show this message)\n"
+    "  -a\taudio Mode (1:Handset, 2:Speaker, 4:Headset\t\n"
+    "  -s    1st Opp Ip\t\t\t\t\n"
+    "  -z \t2nd Opp Ip\t\t\t\t\n"
+    "  -p    1st Local Port\t\t\t\n"
+    "  -r    1st Opp Port\t\t\t\n"
+    "  -P    RTP StartMode (0: Normal(Rx->Tx), 1: Tx->Rx, 2: RxOnly 3: TxOnly)\t\n"
+    "  -q    2nd Opp Port\t\t\t\n"
+    "  -c    codec (0: 711a, 1: 711u, 2: 729\t\n"
+    "  -d    Language (0:KR, 1:USA, 2: UK, 22: AUS \n"
+    "  -r \tRelay Mode\t\t\t\t\n"
+    "  -l \tlog level, 1~5\t\t\t\n"
+    "  -k \tkey type,  1~3\t\t\t\n"
+    "  -o    opponent DeviceId\t\t\n"
+    "  -t    Test Play Tone\t\t\t\n"
+    "  -v    Request VQM MOS File\t\n"
+    "  -w    Test Play Wave File\t\t\n"
+    "  -W    Play Wave File by Index\t";
+
+// strtol with base 10 and no test of what follows, kept to 32 bits.
+int32_t toNumber(const char* text)
+{
+    return static_cast<int32_t>(strtol(text, nullptr, 10));
+}
+
+// Range test as an unsigned comparison of the 32-bit value: every negative
+// number lies outside.
+bool inRange(int32_t v, uint32_t lo, uint32_t hi)
+{
+    const uint32_t u = static_cast<uint32_t>(v);
+    return u >= lo && u <= hi;
+}
+
+// strncpy of at most `limit` characters into a zeroed array one byte larger.
+template <size_t N>
+void copyField(char (&dst)[N], const char* src, size_t limit)
+{
+    static_assert(N >= 1, "field");
+    memset(dst, 0, N);
+    strncpy(dst, src, limit < N - 1 ? limit : N - 1);
+}
+
+// -f file,section,key,text
+void parseFileMode(const char* arg)
+{
+    g_nFileMode = 1;
+    if (arg[0] == '\0')
+        return;
+    char buffer[128] = {};
+    strncpy(buffer, arg, sizeof buffer - 1);
+    char* fields[4] = {g_szFileName, g_szSection, g_szKey, g_szText};
+    char* save = nullptr;
+    int i = 0;
+    // strtok merges separators: an empty field cannot be given.
+    for (char* tok = strtok_r(buffer, ",", &save); tok != nullptr; tok = strtok_r(nullptr, ",", &save), ++i) {
+        if (i < 4) {
+            memset(fields[i], 0, 64);
+            strncpy(fields[i], tok, 63);
+        }
+    }
+    if (g_szKey[0] == '\0') {
+        printf(">>> ERR, vxShell, fileMode:get, but Key is NULL[%s]", buffer);
+        exit(1);
+    }
+    if (g_szText[0] == '\0') {
+        printf(">>> ERR, vxShell, fileMode, but text is NULL[%s].", buffer);
+        exit(1);
+    }
+}
+
+} // namespace
+
+void usage() { puts(kUsage); }
+
+int CheckToneParam(char* pszParam)
+{
+    int* const slots[10] = {&g_ToneFreq1,  &g_ToneFreq2,  &g_Tone1OnTime, &g_Tone1OffTime, &g_Tone2OnTime,
+                            &g_Tone2OffTime, &g_Tone3OnTime, &g_Tone3OffTime, &g_ToneRepeat,  &g_ToneInterMitMs};
+    int count = 0;
+    char* save = nullptr;
+    for (char* tok = strtok_r(pszParam, ",", &save); tok != nullptr; tok = strtok_r(nullptr, ",", &save)) {
+        if (count < 10)
+            *slots[count] = toNumber(tok);
+        ++count;
+    }
+    if (count != 10)
+        logPrt(">>> ERR, CheckToneParam, count:%d, pszParam:%s, paramters is invald ...", count, pszParam);
+    return count;
+}
+
+int parse_cmdline(int argc, char** argv)
+{
+    optind = 0; // full re-initialisation of getopt, so a second call starts afresh
+    int opt;
+    while ((opt = getopt(argc, argv, "a:hk:l:c:d:o:s:p:r:Rt:T:v:V:w:W:f:P:z:")) != -1) {
+        switch (opt) {
+        case 'a': {
+            const int32_t n = toNumber(optarg);
+            g_AudMode = inRange(n, 1, 11) ? n : 1;
+            break;
+        }
+        case 'c':
+            g_audioCodec = toNumber(optarg);
+            g_nRepeatCnt = toNumber(optarg);
+            break;
+        case 'd':
+            g_LangCode = toNumber(optarg);
+            break;
+        case 'f':
+            parseFileMode(optarg);
+            break;
+        case 'h':
+            usage();
+            exit(1);
+        case 'k': {
+            const int32_t n = toNumber(optarg);
+            g_iKeyType = inRange(n, 0, 2) ? n : 0;
+            break;
+        }
+        case 'l': {
+            const int32_t n = toNumber(optarg);
+            g_vx_logLevel = inRange(n, 0, 5) ? n : 0;
+            break;
+        }
+        case 'o':
+            copyField(g_szOppDevId, optarg, 15);
+            break;
+        case 'P': {
+            const int32_t n = toNumber(optarg);
+            g_bIsPagingMode = inRange(n, 0, 3) ? n : 0;
+            break;
+        }
+        case 'p': {
+            const int32_t n = toNumber(optarg);
+            g_localPort = n;
+            g_remotePort = static_cast<int32_t>(static_cast<uint32_t>(n) + 100u);
+            break;
+        }
+        case 'R':
+            g_vx_Relay_Mode = 1;
+            break;
+        case 'r':
+            g_remotePort = toNumber(optarg);
+            break;
+        case 's':
+            copyField(g_szServerIp, optarg, 15);
+            break;
+        case 'T':
+            if (optarg[0] != '\0' && CheckToneParam(optarg) != 10)
+                exit(1);
+            g_bTonePlayEx = 1;
+            break;
+        case 't':
+            g_bTonePlay = 1;
+            if (optarg[0] != '\0') {
+                const int32_t n = toNumber(optarg);
+                g_nToneIndex = inRange(n, 0, 10) ? n : 0;
+            }
+            break;
+        case 'V': {
+            const int32_t n = toNumber(optarg);
+            if (g_AudMode == 2)
+                g_nVolumeIndex = inRange(n, 0, 15) ? n : 7;
+            else
+                g_nVolumeIndex = inRange(n, 0, 7) ? n : 5;
+            break;
+        }
+        case 'v':
+            g_bVQMRequestMOS = 1;
+            break;
+        case 'W': {
+            const int32_t n = toNumber(optarg);
+            g_bPlayWavIndex = 1;
+            g_nWaveIndex = inRange(n, 1, 10) ? n : 1;
+            break;
+        }
+        case 'w':
+            copyField(g_WaveFile, optarg, 127);
+            if (g_WaveFile[0] != '\0')
+                g_bTestPlayWav = 1;
+            break;
+        case 'z':
+            copyField(g_szServerIp2, optarg, 15);
+            break;
+        default: // unknown letter or missing argument: getopt has said which
+            usage();
+            exit(1);
+        }
+    }
+    return 0;
+}
+
+void vxResetParams()
+{
+    g_regi_sock = -1;
+    g_regi_channel = -1;
+    snprintf(g_szAppName, sizeof g_szAppName, "%s", "vxShell V1.0");
+    g_isRegistered = 0;
+    g_rtp_started = 0;
+    g_rtp_forward_Saver = 0;
+    g_AudMode = 2;
+    g_audioCodec = 0;
+    g_bIsPagingMode = 0;
+    memset(g_szServerIp, 0, sizeof g_szServerIp);
+    g_localPort = 9000;
+    g_remotePort = 9000;
+    memset(g_szServerIp2, 0, sizeof g_szServerIp2);
+    g_localPort2 = 9002;
+    g_remotePort2 = 9000;
+    memset(g_szOppDevId, 0, sizeof g_szOppDevId);
+    g_vx_logLevel = -1;
+    g_LangCode = -1;
+    g_bVQMRequestMOS = 0;
+    g_bVQMonEnable = 0;
+    g_nVolumeIndex = 7;
+    g_nRepeatCnt = 1;
+    g_iKeyType = 0;
+    g_bTonePlay = 0;
+    g_nToneIndex = 0;
+    g_bTonePlayEx = 0;
+    g_ToneFreq1 = g_ToneFreq2 = -1;
+    g_Tone1OnTime = g_Tone1OffTime = g_Tone2OnTime = g_Tone2OffTime = g_Tone3OnTime = g_Tone3OffTime = -1;
+    g_ToneRepeat = 0;
+    g_ToneInterMitMs = 0;
+    memset(g_WaveFile, 0, sizeof g_WaveFile);
+    snprintf(g_WaveFile, sizeof g_WaveFile, "%s", "/sound/tone_0_0.wav");
+    g_bTestPlayWav = 0;
+    g_bPlayWavIndex = 0;
+    g_nWaveIndex = 0;
+    g_vx_Relay_Mode = 0;
+    g_vx_RelayThId = 0;
+    snprintf(g_sShellIp, sizeof g_sShellIp, "%s", "0.0.0.0");
+    g_ShellPort = 55555;
+    g_nFileMode = 0;
+    memset(g_szFileName, 0, sizeof g_szFileName);
+    memset(g_szSection, 0, sizeof g_szSection);
+    memset(g_szKey, 0, sizeof g_szKey);
+    memset(g_szText, 0, sizeof g_szText);
+    g_nTestRecordMode = 0;
+    g_bTestRecording = 0;
+    g_bTestKeyEvent = 0;
+    g_bTestWavPlay = 0;
+    g_bPauseTest = 0;
+}

@@ -1,0 +1,4 @@
+// The voice-quality monitor command.
+#include "vqm.h"
+
+void VQM_StaartMonitor() {}

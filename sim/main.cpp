@@ -1,0 +1,2 @@
+// vxsim: the stand-in media service.
+int main() { return 0; }
