@@ -5,12 +5,31 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
 extern char** environ;
+
+namespace {
+// Prefix for the programs of this build: empty natively; in a cross build
+// the emulator with its arguments (VX_EMULATOR, set by tests/CMakeLists.txt),
+// since the host cannot exec the target's binaries by itself.
+std::vector<std::string> emulatorFor(const std::string& program)
+{
+#ifdef VX_EMULATOR
+    static const char* const kEmulator[] = {VX_EMULATOR};
+    const std::string binDir = std::string(VX_BIN_DIR) + "/";
+    if (program.compare(0, binDir.size(), binDir) == 0)
+        return std::vector<std::string>(std::begin(kEmulator), std::end(kEmulator));
+#else
+    (void)program;
+#endif
+    return {};
+}
+} // namespace
 
 Child::Child(const std::vector<std::string>& argv, const std::vector<std::string>& env)
 {
@@ -30,6 +49,9 @@ Child::Child(const std::vector<std::string>& argv, const std::vector<std::string
     for (const auto& add : env)
         envStore.push_back(add);
     std::vector<char*> av, ev;
+    std::vector<std::string> prefix = argv.empty() ? std::vector<std::string>{} : emulatorFor(argv[0]);
+    for (auto& a : prefix)
+        av.push_back(const_cast<char*>(a.c_str()));
     for (const auto& a : argv)
         av.push_back(const_cast<char*>(a.c_str()));
     av.push_back(nullptr);
