@@ -10,7 +10,8 @@
 TEST(LogPrt, TimestampedLineAndNothingForAnEmptyText)
 {
     testing::internal::CaptureStdout();
-    logPrt("");
+    const char* empty = "";
+    logPrt("%s", empty);
     logPrt(">>> %s, n:%d", "x", 5);
     logPrt("ends in a newline\n");
     fflush(stdout);
