@@ -1,4 +1,5 @@
 // Test support: vxsim as a child process, and a client socket under /tmp/vx/.
+#include "machinelock.h"
 #include "simproc.h"
 
 #include <fcntl.h>
@@ -122,6 +123,7 @@ bool pollUntil(Pred done, int timeoutMs) {
 }  // namespace
 
 SimProc::SimProc(const std::vector<std::string>& args) {
+  vxTestMachineLock();
   madeVxDir_ = !isDir(kVxDir);
   madeTxDir_ = !isDir(kTxDir);
   tempDir_ = makeTempDir();
