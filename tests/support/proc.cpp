@@ -13,11 +13,10 @@
 
 extern char** environ;
 
-namespace {
-// Prefix for the programs of this build: empty natively; in a cross build
-// the emulator with its arguments (VX_EMULATOR, set by tests/CMakeLists.txt),
-// since the host cannot exec the target's binaries by itself.
-std::vector<std::string> emulatorFor(const std::string& program)
+// Natively nothing. A cross build runs the programs it built under the
+// emulator (VX_EMULATOR, set by tests/CMakeLists.txt as a list of C
+// strings), since the host cannot exec the target's binaries by itself.
+std::vector<std::string> emulatorPrefix(const std::string& program)
 {
 #ifdef VX_EMULATOR
     static const char* const kEmulator[] = {VX_EMULATOR};
@@ -29,7 +28,15 @@ std::vector<std::string> emulatorFor(const std::string& program)
 #endif
     return {};
 }
-} // namespace
+
+const char* vxDeathTestStyle()
+{
+#ifdef VX_EMULATOR
+    return "fast";
+#else
+    return "threadsafe";
+#endif
+}
 
 Child::Child(const std::vector<std::string>& argv, const std::vector<std::string>& env)
 {
@@ -49,7 +56,7 @@ Child::Child(const std::vector<std::string>& argv, const std::vector<std::string
     for (const auto& add : env)
         envStore.push_back(add);
     std::vector<char*> av, ev;
-    std::vector<std::string> prefix = argv.empty() ? std::vector<std::string>{} : emulatorFor(argv[0]);
+    std::vector<std::string> prefix = argv.empty() ? std::vector<std::string>{} : emulatorPrefix(argv[0]);
     for (auto& a : prefix)
         av.push_back(const_cast<char*>(a.c_str()));
     for (const auto& a : argv)

@@ -1,6 +1,7 @@
 // The command line: option effects, clamps, order rules and the faults that
 // end the process.
 #include "params.h"
+#include "proc.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -151,7 +152,7 @@ using CommandLineDeath = ::testing::Test;
 
 TEST(CommandLineDeath, FaultsEndWithStatusOne)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, vxDeathTestStyle());
     struct {
         std::vector<std::string> args;
         const char* output; // regex on stdout+stderr
