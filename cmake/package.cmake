@@ -17,10 +17,12 @@ its headers, pkg-config files and CMake package for application developers.")
 set(VX_PACKAGE_CONTACT "vxShell maintainers <vxshell@localhost>" CACHE STRING
     "Maintainer field of the Debian package")
 set(CPACK_PACKAGE_CONTACT "${VX_PACKAGE_CONTACT}")
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-# Install into the staging tree with DESTDIR, so that the prefix the install
-# rules see (and write into the pkg-config files) is /usr itself.
+# Install into the staging tree with DESTDIR and the prefix /usr, so that the
+# prefix the install rules see (and write into the pkg-config files) is /usr
+# itself, not the staging directory.
 set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -4,6 +4,7 @@
 
 #include "mlog.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -94,10 +95,14 @@ const char kUsage[] =
     "  -w    Test Play Wave File\t\t\n"
     "  -W    Play Wave File by Index\t";
 
-// strtol with base 10 and no test of what follows, kept to 32 bits.
+// strtol with base 10 and no test of what follows, as on the phone, whose
+// long has 32 bits: a number beyond the 32-bit range saturates at its
+// limits. strtoll and a clamp give that on every target; strtol alone would
+// wrap such a number around where long has 64 bits.
 int32_t toNumber(const char* text)
 {
-    return static_cast<int32_t>(strtol(text, nullptr, 10));
+    const long long v = strtoll(text, nullptr, 10);
+    return static_cast<int32_t>(v < INT32_MIN ? INT32_MIN : v > INT32_MAX ? INT32_MAX : v);
 }
 
 // Range test as an unsigned comparison of the 32-bit value: every negative

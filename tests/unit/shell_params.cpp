@@ -70,6 +70,12 @@ TEST(CommandLine, NumbersClampsAndOrder)
         {{"-l", "5"}, V(g_vx_logLevel), 5},
         {{"-d", "-1"}, V(g_LangCode), -1},
         {{"-d", "22"}, V(g_LangCode), 22},
+        // Beyond 32 bits a number saturates, as strtol does with the phone's
+        // 32-bit long, on every target.
+        {{"-d", "99999999999"}, V(g_LangCode), 2147483647},
+        {{"-d", "-99999999999"}, V(g_LangCode), -2147483647 - 1},
+        {{"-p", "4294967296"}, V(g_localPort), 2147483647},
+        {{"-p", "4294967296"}, V(g_remotePort), -2147483647 - 1 + 99},
         {{"-k", "3"}, V(g_iKeyType), 0},
         {{"-k", "2"}, V(g_iKeyType), 2},
         {{"-P", "4"}, V(g_bIsPagingMode), 0},
