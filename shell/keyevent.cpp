@@ -16,7 +16,8 @@ namespace {
 
 // How a row of the key-token table matches a token.
 enum class KeyMatch {
-    FirstChar, // '0'..'9', '*' or '#' first; the rest of the token is ignored
+    Hash,      // '#' first; the rest of the token is ignored
+    FirstChar, // '0'..'9' or '*' first; the rest of the token is ignored
     SoftKey,   // 's' and '1'..'5'; the rest is ignored
     Dss,       // 'd' and anything (even nothing) behind it
     Whole,     // the token is exactly `token`
@@ -29,7 +30,14 @@ struct KeyRule {
 };
 
 // In the order in which tokens are tried; matching is case-sensitive.
+//
+// The text goes to /bin/sh, where a word that begins with '#' starts a
+// comment: "key #; usleep 200000; key 2" would press no key at all and drop
+// everything behind it. So '#' is quoted. '*' stays bare ("key *", as the
+// scripts' lengths count it); the shell runs key scripts with pathname
+// expansion off, so it reaches `key` as it stands.
 const KeyRule kKeyRules[] = {
+    {KeyMatch::Hash, nullptr, "key '#'"},
     {KeyMatch::FirstChar, nullptr, "key %c"},
     {KeyMatch::SoftKey, nullptr, "key soft_%c"},
     {KeyMatch::Dss, nullptr, "key dss_%s"},
@@ -51,8 +59,10 @@ bool matches(const KeyRule& rule, const char* token)
 {
     const char c1 = token[0];
     switch (rule.match) {
+    case KeyMatch::Hash:
+        return c1 == '#';
     case KeyMatch::FirstChar:
-        return (c1 >= '0' && c1 <= '9') || c1 == '*' || c1 == '#';
+        return (c1 >= '0' && c1 <= '9') || c1 == '*';
     case KeyMatch::SoftKey:
         return c1 == 's' && token[1] >= '1' && token[1] <= '5';
     case KeyMatch::Dss:
@@ -90,6 +100,7 @@ int keyTokenText(char* dst, size_t dstSize, const char* token)
     case KeyMatch::Dss:
         need = snprintf(nullptr, 0, rule->text, token + 1);
         break;
+    case KeyMatch::Hash:
     case KeyMatch::Whole:
         need = static_cast<int>(strlen(rule->text));
         break;
@@ -106,6 +117,7 @@ int keyTokenText(char* dst, size_t dstSize, const char* token)
     case KeyMatch::Dss:
         snprintf(dst, dstSize, rule->text, token + 1);
         break;
+    case KeyMatch::Hash:
     case KeyMatch::Whole:
         snprintf(dst, dstSize, "%s", rule->text);
         break;
@@ -170,10 +182,13 @@ int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize, int*
         }
         // No room (or a token text longer than any key's): this token and
         // all behind it are left out, and the text stays a valid string.
-        full = true;
-        if (count == 1 && dstSize > 0)
-            dst[0] = '\0';
-        logPrt(">>> ERR, %s, no room for key[%s] in %d bytes, left out.", "getKeyEventString", tok, dstSize);
+        if (!full) {
+            full = true;
+            if (count == 1 && dstSize > 0)
+                dst[0] = '\0';
+            logPrt(">>> ERR, %s, no room for key[%s] in %d bytes, so it and the keys behind it are left out.",
+                   "getKeyEventString", tok, dstSize);
+        }
         if (leftOut != nullptr)
             ++*leftOut;
     }

@@ -36,9 +36,12 @@ int vxRunShellCommand(const char* cmd)
     posix_spawnattr_setsigdefault(&attr, &defaults);
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
+    // -f: no pathname expansion, so the key '*' ("key *") is not replaced
+    // by the names of the files in the working directory.
     char sh[] = "/bin/sh";
+    char noGlob[] = "-f";
     char dashC[] = "-c";
-    char* argv[] = {sh, dashC, const_cast<char*>(cmd), nullptr};
+    char* argv[] = {sh, noGlob, dashC, const_cast<char*>(cmd), nullptr};
     pid_t pid = -1;
     const int rc = posix_spawn(&pid, sh, nullptr, &attr, argv, environ);
     posix_spawnattr_destroy(&attr);
