@@ -3,11 +3,15 @@
 // that hands each group to the system shell.
 #include "keyevent.h"
 #include "params.h"
+#include "shellcmd.h"
 #include "shellthreads.h"
 #include "stress.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
+#include <fstream>
+#include <sys/wait.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -301,4 +305,28 @@ TEST_F(KeyEventThreadTest, PauseHoldsTheScriptBeforeItsNextGroup)
     g_bPauseTest = 0;
     ASSERT_TRUE(threadsEnded(3000));
     EXPECT_EQ(stubCalls(), (std::vector<std::string>{"key 1", "usleep 0", "key 2", "usleep 0"}));
+}
+
+TEST(ShellCommand, ChildStartsWithNoSignalBlocked)
+{
+    // Every thread of the shell blocks the four shutdown signals; a command
+    // must not inherit that.
+    cleanVxDir();
+    sigset_t set, old;
+    sigemptyset(&set);
+    for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT})
+        sigaddset(&set, sig);
+    pthread_sigmask(SIG_BLOCK, &set, &old);
+    const int status = vxRunShellCommand("grep SigBlk /proc/self/status > /tmp/vx/sigblk; exit 3");
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    std::ifstream in("/tmp/vx/sigblk");
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "SigBlk:\t0000000000000000");
+    // Pathname expansion is off: '*' is a key, not the files here.
+    EXPECT_EQ(vxRunShellCommand("test \"$(echo *)\" = '*'"), 0);
+    EXPECT_EQ(vxRunShellCommand(nullptr), -1);
+    cleanVxDir();
 }
