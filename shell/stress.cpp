@@ -69,10 +69,10 @@ void vxTestThreadDone(std::atomic<int32_t>& threads)
     }
 }
 
-// g_bPauseTest, left without a reader by the original design, holds every
-// running test before its next step: the operator's "Pause/Retrieve" key.
-// A test whose own flag is cleared (l, z) is never held, so stopping always
-// ends a paused test.
+// g_bPauseTest (key p, "Pause/Retrieve Test") holds every running test
+// before its next step, and the test goes on where it stood once the word is
+// cleared (p again, or z). A test whose own flag is cleared (l, z) is never
+// held, so stopping always ends a paused test.
 int vxHoldWhilePaused(const VxShared& runFlag)
 {
     while (g_bPauseTest && runFlag)

@@ -145,13 +145,17 @@ TEST_F(PlaybackModes, WaveByIndexLogsTheVolumeButSendsSeven)
 TEST_F(PlaybackModes, TestWaveAndMenuKeys)
 {
     {
-        const ProcResult res = runProcess({binPath("vxShell"), "-w", "/sound/x.wav"});
+        // The longest path -w keeps (127 characters) goes out whole.
+        const std::string path = "/sound/" + std::string(116, 'x') + ".wav";
+        const ProcResult res = runProcess({binPath("vxShell"), "-V", "3", "-w", path});
         ASSERT_TRUE(res.exited);
         EXPECT_EQ(res.status, 0);
-        EXPECT_EQ(stripTimestamps(res.out), ">>> setRecordVolume[v:7, mode:2]\n>>> Test Play Wave File[/sound/x.wav]\n");
+        EXPECT_EQ(stripTimestamps(res.out), ">>> setRecordVolume[v:7, mode:2]\n>>> Test Play Wave File[" + path + "]\n");
         const auto got = svc->received();
         ASSERT_EQ(got.size(), 6u);
-        EXPECT_EQ(got[4].text(120, 128), "/sound/x.wav");
+        EXPECT_EQ(got[3].reqNo(), 9);
+        EXPECT_EQ(got[3].word(124), 7);
+        EXPECT_EQ(got[4].text(120, 128), path);
         EXPECT_EQ(got[4].word(268), 0);
     }
     svc->clear();

@@ -279,15 +279,6 @@ TEST_F(KeyEventThreadTest, RepeatedScriptRunsUntilStoppedAndLogsTheTime)
     EXPECT_EQ(calls[1], "usleep 0");
 }
 
-TEST_F(KeyEventThreadTest, StartIsRefusedWhileTheWordIsSet)
-{
-    g_bTestKeyEvent = 1;
-    StdoutCapture out;
-    StartTestKeyEventThread();
-    EXPECT_EQ(out.end(), ">>> g_bTestKeyEvent:1, already runnig TestWavThread, so return ...\n");
-    EXPECT_EQ(g_nKeyEventThreads, 0);
-}
-
 TEST_F(KeyEventThreadTest, PauseHoldsTheScriptBeforeItsNextGroup)
 {
     memset(&g_PlayKeyEvent, 0, sizeof g_PlayKeyEvent);
