@@ -40,7 +40,8 @@ TEST(SessionSignals, InterruptStopsForwardingAndSessionThenUnregisters)
     run.child->kill(SIGINT);
     const ProcResult res = run.child->wait();
     const long ms = msSince(t0);
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     EXPECT_EQ(res.status, 2);
     EXPECT_GE(ms, 500) << "the handler pauses 500 ms before unregistering";
     // Forwarding off, Tx off, Rx off, unregistration.
@@ -57,7 +58,8 @@ TEST(SessionSignals, TerminateAfterSecondChannelSendsNoStop)
     ASSERT_TRUE(run.key("t", kStartup + kKeyT));
     run.child->kill(SIGTERM);
     const ProcResult res = run.child->wait();
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     EXPECT_EQ(res.status, 15);
     ShellRun::expectSequence(run.sent(), kStartup + kKeyT, {{304}});
     EXPECT_NE(stripTimestamps(res.out).find(">>> Signal Handler, sigNum:15, SIGTERM\n"), std::string::npos) << res.out;
@@ -72,7 +74,8 @@ TEST(SessionSignals, QuitInTheMenuAndStopsOfAStoppedSessionAgain)
     ASSERT_TRUE(run.key("m", kStartup + kKeyS + 2));
     run.child->kill(SIGQUIT);
     const ProcResult res = run.child->wait();
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     EXPECT_EQ(res.status, 3);
     ShellRun::expectSequence(run.sent(), kStartup + kKeyS + 2, {{29, {{120, 0}}}, {28, {{120, 0}}}, {304}});
     EXPECT_NE(stripTimestamps(res.out).find(">>> Signal Handler, sigNum:3, SIGQUIT\n"), std::string::npos) << res.out;
@@ -81,19 +84,20 @@ TEST(SessionSignals, QuitInTheMenuAndStopsOfAStoppedSessionAgain)
 TEST(SessionSignals, HangupBeforeRegistrationIsComplete)
 {
     // The service stays silent, so createChannel waits its 3 s: the signal
-    // comes while the main thread is inside that wait. The handler does not
-    // wait for it: it pauses, unregisters the socket it finds and ends the
-    // run with status 1, well before the wait would have run out.
+    // comes while the main thread is inside that wait. The handler pauses,
+    // then unregisters the socket it finds once that wait is over (a socket
+    // is never closed under a waiting request), and ends the run with 1.
     ShellRun run({"x"}, FakeService::Policy::Silent);
     ASSERT_TRUE(run.waitFor(2));
     const auto t0 = Clock::now();
     run.child->kill(SIGHUP);
     const ProcResult res = run.child->wait();
     const long ms = msSince(t0);
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     EXPECT_EQ(res.status, 1);
     EXPECT_GE(ms, 500);
-    EXPECT_LT(ms, 2800);
+    EXPECT_LT(ms, 6000);
     ShellRun::expectSequence(run.sent(), 0, {{303}, {305}, {304}});
     EXPECT_NE(stripTimestamps(res.out).find(">>> Signal Handler, sigNum:1, SIGHUP\n"), std::string::npos) << res.out;
 }
@@ -102,19 +106,23 @@ TEST(SessionSignals, SignalDuringAWaitingRequestEndsTheRunInOrder)
 {
     // Every answer comes after 1.5 s. The signal arrives while the main
     // thread waits for the answer to startAudioRx; the session flag is not
-    // set yet, so the handler sends no stop: it unregisters, which also ends
-    // the main thread's wait, and exits with 2.
+    // set yet, so the handler sends no stop. It unregisters once no request
+    // uses the socket any more, and exits with 2.
     ShellRun run({"-s", "10.0.0.2"}, FakeService::Policy::Answer, 1500);
     ASSERT_TRUE(run.waitFor(kStartup, 8000));
     ASSERT_TRUE(run.key("s", kStartup + 9)); // up to and including reqNo 28
     ASSERT_EQ(run.sent().back().reqNo(), 28);
     run.child->kill(SIGINT);
     const ProcResult res = run.child->wait();
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     EXPECT_EQ(res.status, 2);
-    // The service is still sitting on its delayed answer when the shell
-    // ends; the unregistration is recorded after it.
-    EXPECT_TRUE(run.waitFor(kStartup + 10));
+    // The service is still sitting on a delayed answer when the shell ends
+    // and records the unregistration after it. The main thread may also
+    // have sent startAudioTx before the handler got the socket.
+    const auto deadline = Clock::now() + std::chrono::seconds(5);
+    while (Clock::now() < deadline && run.sent().back().reqNo() != 304)
+        run.waitFor(run.sent().size() + 1, 100);
     const auto got = run.sent();
     ASSERT_FALSE(got.empty());
     EXPECT_EQ(got.back().reqNo(), 304) << ShellRun::dump(got);
@@ -129,7 +137,8 @@ TEST(SessionSignals, SecondSignalDuringTheEndChangesNothing)
     run.child->kill(SIGINT);
     run.child->kill(SIGTERM);
     const ProcResult res = run.child->wait();
-    ASSERT_TRUE(res.exited) << "signal " << res.signal;
+    ASSERT_TRUE(res.exited) << "signal " << res.signal << res.err;
+    EXPECT_EQ(res.err, "");
     const std::string out = stripTimestamps(res.out);
     // Whichever the signal thread took first ends the run, once.
     EXPECT_TRUE(res.status == 2 || res.status == 15) << res.status;
