@@ -135,8 +135,11 @@ void StopRecording()
 // thread of their own, which then runs signal_callback_handler as ordinary
 // code: it may log, allocate and send requests without meeting a thread that
 // was interrupted inside printf, malloc or a request. A request that another
-// thread is waiting on finishes first (the transport serialises waiting
-// requests per socket), so the handler's own requests get their own answers.
+// thread has under way finishes first (the transport serialises requests per
+// socket, and unregistApplication closes the socket under the same lock), so
+// the handler's own requests get their own answers and the socket is never
+// closed under a waiting thread. Each of those waits is bounded by the
+// socket's receive time-out.
 //
 // The mask is set before anything else in main, so a signal that comes
 // before the thread runs stays pending and is taken by its first sigwait.
