@@ -2,6 +2,9 @@
 // sequence behind keys s (in each start mode), t, c, m, n, u and r.
 #include "session_run.h"
 
+#include "clientfixture.h"
+#include "syslogcap.h"
+
 namespace {
 
 // The head of every session start: audio mode, codec with payload type -1,
@@ -76,14 +79,25 @@ TEST(SessionCommands, StartRtpSessionInEachStartMode)
     }
 }
 
-TEST(SessionCommands, RefusedAddressLeavesTheRestOfTheSequence)
+TEST(SessionCommands, RefusedArgumentsLeaveTheRestOfTheSequence)
 {
-    // No -s: the opposite address is empty, setAudioOppIp refuses it and the
-    // sequence goes on; the receive port goes out with an empty address.
-    ShellRun run({"-r", "9300", "-a", "4"});
+    // No -s: the opposite address is empty and setAudioOppIp refuses it; -c
+    // 11 is beyond every codec and setAudioCodec refuses it. Neither sends
+    // anything, each leaves its line in syslog, and the sequence goes on.
+    SyslogCapture log;
+    ShellRun run({"-r", "9300", "-a", "4", "-c", "11"});
     ASSERT_TRUE(run.waitFor(kStartup));
-    const std::vector<Req> want = concat(head(0, "", 9000, 9300, 4),
-                                         {kRxSrtpOff, kTxSrtpOff, {8, {{120, 4}, {124, 10}}}, kRxOn, kTxOn});
+    log.clear();
+    const std::vector<Req> want = {
+        {15, {{132, 4}}},
+        {25, {{120, 0}}},
+        {20, {{172, 9000}}, {{120, 50, ""}}}, // the empty address, unchecked
+        kRxSrtpOff,
+        kTxSrtpOff,
+        {8, {{120, 4}, {124, 10}}},
+        kRxOn,
+        kTxOn,
+    };
     ASSERT_TRUE(run.key("s", kStartup + want.size()));
     // Key m stops both directions, Tx first.
     ASSERT_TRUE(run.key("m", kStartup + want.size() + 2));
@@ -91,6 +105,13 @@ TEST(SessionCommands, RefusedAddressLeavesTheRestOfTheSequence)
     quitAndCollect(run, res);
     EXPECT_EQ(res.status, 0);
     ShellRun::expectSequence(run.sent(), kStartup, concat(want, {kTxOff, kRxOff, {304}}));
+    if (log.ok()) {
+        std::vector<std::string> mlib;
+        for (const auto& l : log.lines())
+            if (l.ident == "MLIB")
+                mlib.push_back(l.text);
+        expectLines(mlib, {{"codec<=_CODEC_A_UNKNOWN", "setAudioCodec"}, {"checkIp(ip)", "setAudioOppIp"}});
+    }
 }
 
 TEST(SessionCommands, SecondChannelAndStopAfterReceiveOnlyStart)
