@@ -197,6 +197,10 @@ int unregistApplication(int sock)
     req.hdr.reqNo = 304;
     req.hdr.channel = 0;
     const int sent = Send2VoxalisByApp(sock, &req, sizeof req, nullptr);
+    // The socket may be shared with other threads (the shell's signal
+    // thread unregisters while the main thread can be waiting for an
+    // answer): it is closed only when no request of this process uses it.
+    std::lock_guard<std::mutex> socketLock(vxSocketLock(sock));
     return closeAfterUnregist(__func__, sock, sent);
 }
 

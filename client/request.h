@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 
 // ---- transport internals -------------------------------------------------
 
@@ -27,6 +28,12 @@ int checkIp(const char* ip);
 int checkPort(int port);
 // One syslog line under "MLIB", LOG_USER, LOG_INFO, cut at 255 characters.
 void mlibLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The lock of a socket's traffic: a request holds it from the first use of
+// the socket to the end of its wait, and unregistApplication holds it while
+// it closes the socket, so that no thread ever reads another's answer or
+// uses a descriptor that is being closed.
+std::mutex& vxSocketLock(int sock);
 
 // The kind of reqNo from the table, or -1 when it has no row. Pure look-up.
 int vxKindOf(int reqNo);

@@ -39,6 +39,9 @@ int enableSrtp(const char* fn, int sock, int channel, int reqNo, bool audio, int
         mlibLog("keyLen<=sizeof(req.srtp.key)(%s:%d)\n", fn, __LINE__);
         return 0;
     }
+    // A null key with a length to copy is refused like any other bad
+    // argument, instead of being read through; keyLen 0 reads nothing.
+    VX_CHECK_FN(fn, (key!=NULL||keyLen==0), VX_ERR_ARGUMENT);
     tResp2App resp = vxNoAnswer();
     memset(req.srtp.key, 0, sizeof req.srtp.key);
     if (keyLen > 0)

@@ -47,15 +47,12 @@ bool kindWaits(int kind)
     return kind >= 0 && kind <= 5 && ((kWaitingKinds >> kind) & 1u) != 0;
 }
 
-// Waiting requests are serialised per socket, so that two threads sharing a
-// socket never take each other's answers. The sockets are spread over a
-// fixed set of locks; two sockets that share a lock only wait for each other.
-std::mutex g_waitLocks[64];
-
-std::mutex& waitLockFor(int sock)
-{
-    return g_waitLocks[static_cast<unsigned>(sock) % 64u];
-}
+// Requests are serialised per socket, a waiting request until its answer is
+// in, so that two threads sharing a socket never take each other's answers,
+// and a socket is never closed under a request. The sockets are spread over
+// a fixed set of locks; two sockets that share a lock only wait for each
+// other.
+std::mutex g_socketLocks[64];
 
 // Prints the ">>" (start) or "<<" (end) time line: the date of asctime (which
 // ends in a line break) and the microseconds on a line of their own.
@@ -120,6 +117,11 @@ void saveRecord(int sock, const void* record, int len)
 }
 
 } // namespace
+
+std::mutex& vxSocketLock(int sock)
+{
+    return g_socketLocks[static_cast<unsigned>(sock) % 64u];
+}
 
 int vxKindOf(int reqNo)
 {
@@ -211,8 +213,17 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     service.sun_family = AF_UNIX;
     snprintf(service.sun_path, sizeof service.sun_path, "%s", VX_SERVICE_SOCK);
 
-    if (vxSideFileExists(VX_SIDE_IGNORE))
+    // The side files are looked at when the request starts, again once it
+    // has been sent, and again after a wait for a response.
+    unsigned side = vxSideFiles();
+    if (side & VX_SIDE_IGNORE)
         return 1;
+
+    // Held from the first use of the socket to the end of the wait. A
+    // request that awaits no answer holds it only for its send, but a send
+    // behind a waiting request of another thread waits until that answer is
+    // in (at most the socket's receive time-out).
+    std::lock_guard<std::mutex> socketLock(vxSocketLock(sock));
 
     char path[sizeof(sockaddr_un::sun_path) + 1];
     if (!ownPath(sock, path)) {
@@ -228,14 +239,8 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     int32_t reqNo;
     memcpy(&reqNo, &head->reqNo, sizeof reqNo);
 
-    if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+    if (side & VX_SIDE_PRINT_TIME)
         printTimeLine(">>", reqNo);
-
-    // A request that waits holds its socket's lock from the send to the end
-    // of its wait.
-    std::unique_lock<std::mutex> waitLock(waitLockFor(sock), std::defer_lock);
-    if (kindWaits(vxKindOf(reqNo)))
-        waitLock.lock();
 
     const ssize_t sent = sendto(sock, mediaReq, static_cast<size_t>(len), 0,
                                 reinterpret_cast<const struct sockaddr*>(&service), sizeof service);
@@ -244,7 +249,8 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         return 0;
     }
 
-    if (vxSideFileExists(VX_SIDE_SAVE_MSG))
+    side = vxSideFiles();
+    if (side & VX_SIDE_SAVE_MSG)
         saveRecord(sock, mediaReq, len);
 
     if (needResponse(reqNo)) {
@@ -258,7 +264,7 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
                 return 0;
             }
             resp->result = -1;
-            if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+            if (vxSideFiles() & VX_SIDE_PRINT_TIME)
                 printTimeLine("<<", reqNo);
             return 0;
         }
@@ -269,9 +275,10 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         memcpy(resp, &rsp, sizeof rsp);
         if (reqNo != rsp.reqNo)
             mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", __func__, __LINE__);
+        side = vxSideFiles();
     }
 
-    if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+    if (side & VX_SIDE_PRINT_TIME)
         printTimeLine("<<", reqNo);
     return 1;
 }

@@ -246,7 +246,8 @@ int setAudioDscp(int sock, int channel, int dscp);
 /* ===== 8. SRTP (reqNo 26, 27, 120, 121) ================================= */
 
 /* 220-byte record. -16 for a cipher other than 0, 1, 4, 5 or an auth other
- * than 0, 3; 0 for keyLen outside 0..64. key holds keyLen raw bytes. */
+ * than 0, 3; 0 for keyLen outside 0..64; -16 for a null key with keyLen
+ * above 0. key holds keyLen raw bytes. */
 int enableAudioRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam);
 int enableAudioTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam);
 int enableVideoRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen);

@@ -166,6 +166,10 @@ int vxShellMain(int argc, char** argv)
     // Unbuffered stdin: a line read by fgets never pulls the next line into
     // a buffer that select cannot see.
     setvbuf(stdin, nullptr, _IONBF, 0);
+    // Line-buffered stdout: the test threads and the relay listener log
+    // while main waits in select, and their lines must not sit in a buffer
+    // until the next key when stdout is a pipe or a file.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
 
     if (argc < 2) {
         usage();

@@ -5,10 +5,18 @@
 #include "params.h"
 #include "vxclient.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
-#include <cstdlib>
+#include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <pthread.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
 
 void RegistApplication()
 {
@@ -127,12 +135,34 @@ void StopRecording()
 // thread of their own, which then runs signal_callback_handler as ordinary
 // code: it may log, allocate and send requests without meeting a thread that
 // was interrupted inside printf, malloc or a request. A request that another
-// thread is waiting on finishes first (the transport serialises waiting
-// requests per socket), so the handler's own requests get their own answers.
+// thread has under way finishes first (the transport serialises requests per
+// socket, and unregistApplication closes the socket under the same lock), so
+// the handler's own requests get their own answers and the socket is never
+// closed under a waiting thread. Each of those waits is bounded by the
+// socket's receive time-out.
+//
+// The mask is set before anything else in main, so a signal that comes
+// before the thread runs stays pending and is taken by its first sigwait.
+// Threads inherit the mask, so every thread the shell starts has them
+// blocked. A child process would inherit it across exec as well; commands
+// are therefore started through vxSystem, which gives them the mask the
+// shell itself was started with.
 
 namespace {
 
 std::mutex g_exitMutex;
+
+// The thread that takes the signals; valid once g_signalThreadUp is set.
+pthread_t g_signalThread;
+std::atomic<bool> g_signalThreadUp{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "read in signal context");
+
+// The mask the process had before the four signals were blocked, handed on
+// to child processes.
+sigset_t g_startMask;
+std::atomic<bool> g_startMaskSaved{false};
+
+std::once_flag g_installOnce;
 
 sigset_t shutdownSignals()
 {
@@ -156,6 +186,86 @@ void* signalThread(void*)
     return nullptr;
 }
 
+// write(2) of a whole text; what cannot be written is dropped.
+void writeOut(const char* text, size_t len)
+{
+    while (len > 0) {
+        const ssize_t n = write(STDOUT_FILENO, text, len);
+        if (n <= 0)
+            return;
+        text += n;
+        len -= static_cast<size_t>(n);
+    }
+}
+
+// The disposition of the four signals. It runs only in a thread that has
+// them unblocked, which no thread of the shell has, and does only what is
+// safe in signal context. With the signal thread up it passes the signal on
+// to that thread, where it stays pending until sigwait takes it. Without one
+// (it could not be started) it writes the handler's line, untimed, and ends
+// the process with the signal's number: the other steps cannot be done
+// safely here.
+void forwardSignal(int sig)
+{
+    const int savedErrno = errno;
+    if (g_signalThreadUp.load(std::memory_order_acquire)) {
+        pthread_kill(g_signalThread, sig);
+        errno = savedErrno;
+        return;
+    }
+    const char* name = sig == SIGINT    ? ", SIGINT\n"
+                       : sig == SIGHUP  ? ", SIGHUP\n"
+                       : sig == SIGTERM ? ", SIGTERM\n"
+                       : sig == SIGQUIT ? ", SIGQUIT\n"
+                                        : ", Unknown ...\n";
+    char digits[12];
+    size_t n = 0;
+    unsigned v = static_cast<unsigned>(sig);
+    do {
+        digits[sizeof digits - 1 - n++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0 && n < sizeof digits);
+    static const char head[] = ">>> Signal Handler, sigNum:";
+    writeOut(head, sizeof head - 1);
+    writeOut(digits + sizeof digits - n, n);
+    writeOut(name, strlen(name));
+    _exit(sig);
+}
+
+void installSignalHandling()
+{
+    const sigset_t set = shutdownSignals();
+    if (pthread_sigmask(SIG_BLOCK, &set, &g_startMask) == 0)
+        g_startMaskSaved.store(true);
+
+    // A disposition of our own replaces an inherited SIG_IGN (a signal that
+    // is ignored might never reach sigwait) and catches the signals in a
+    // thread that has them unblocked.
+    struct sigaction sa;
+    memset(&sa, 0, sizeof sa);
+    sa.sa_handler = forwardSignal;
+    sigfillset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT})
+        sigaction(sig, &sa, nullptr);
+
+    // The signal thread is infrastructure, not a test thread: it is started
+    // with default attributes (myThreadCreate would log a line about the
+    // real-time policy at every start) and inherits the blocked mask.
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_t tid;
+    if (pthread_create(&tid, &attr, signalThread, nullptr) == 0) {
+        g_signalThread = tid;
+        g_signalThreadUp.store(true, std::memory_order_release);
+    } else {
+        // No thread: the disposition ends the process on the signal.
+        pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    }
+    pthread_attr_destroy(&attr);
+}
+
 } // namespace
 
 void vxClaimExit()
@@ -171,6 +281,8 @@ void vxClaimExit()
 
 void signal_callback_handler(int sigNum)
 {
+    // Once main's common end has begun, the run is ending in order already:
+    // this thread then waits here until main's exit ends it.
     vxClaimExit();
     switch (sigNum) {
     case SIGINT:
@@ -196,22 +308,48 @@ void signal_callback_handler(int sigNum)
     msleep(500);
     if (g_regi_sock > 0)
         unregistApplication(g_regi_sock);
-    exit(sigNum);
+    // The process ends from this thread while the others still run. _exit
+    // rather than exit: exit would run the atexit handlers and the static
+    // destructors under their feet, and could meet an exit that the main
+    // thread has begun (a fault of the command line ends with exit(1)).
+    // What stdio holds is flushed first, so no line is lost.
+    fflush(nullptr);
+    _exit(sigNum);
 }
 
-void vxInstallSignalHandling()
+void vxInstallSignalHandling() { std::call_once(g_installOnce, installSignalHandling); }
+
+int vxSystem(const char* command)
 {
-    const sigset_t set = shutdownSignals();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    // The signal thread is infrastructure, not a test thread: it runs with
-    // default attributes and never competes with the real-time test threads.
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-    pthread_t tid;
-    if (pthread_create(&tid, &attr, signalThread, nullptr) != 0) {
-        // Without the thread, the signals keep their default action.
-        pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    if (command == nullptr)
+        return access("/bin/sh", X_OK) == 0 ? 1 : 0;
+    sigset_t childMask;
+    if (g_startMaskSaved.load())
+        childMask = g_startMask;
+    else
+        pthread_sigmask(SIG_SETMASK, nullptr, &childMask);
+    sigset_t defaults = shutdownSignals();
+
+    posix_spawnattr_t attr;
+    if (posix_spawnattr_init(&attr) != 0)
+        return -1;
+    posix_spawnattr_setsigmask(&attr, &childMask);
+    posix_spawnattr_setsigdefault(&attr, &defaults);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    char sh[] = "sh";
+    char dashC[] = "-c";
+    char* const argv[] = {sh, dashC, const_cast<char*>(command), nullptr};
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, "/bin/sh", nullptr, &attr, argv, environ);
+    posix_spawnattr_destroy(&attr);
+    if (rc != 0) {
+        errno = rc;
+        return -1;
     }
-    pthread_attr_destroy(&attr);
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return status;
 }

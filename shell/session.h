@@ -12,14 +12,25 @@ void StopRtpSession();
 void StopRecording();
 
 // The orderly end on SIGINT, SIGHUP, SIGTERM or SIGQUIT: log line, stop of
-// forwarding and session, 500 ms, unregistration, exit(sigNum). Runs on the
-// signal thread, never in signal context. Does not return.
+// forwarding and session, 500 ms, unregistration, end of the process with
+// status sigNum. Runs on the signal thread, never in signal context. Does
+// not return.
 [[noreturn]] void signal_callback_handler(int sigNum);
 
 // Blocks the four signals in the calling thread (and so in every thread it
 // starts later) and starts the thread that waits for them and runs
-// signal_callback_handler. Called first thing in main.
+// signal_callback_handler. Called first thing in main; a second call does
+// nothing.
 void vxInstallSignalHandling();
+
+// Runs command with /bin/sh -c as system() does and returns its wait status
+// (-1 when no child could be started; for a null command, whether a shell is
+// there). The child gets the signal mask the shell was started with and the
+// four signals at their default action: a plain system() would hand on the
+// mask of the calling thread, in which the shell blocks them, and the command
+// could then be neither interrupted nor terminated. Every command the shell
+// starts goes through here.
+int vxSystem(const char* command);
 
 // Taken by whichever ends the process first, main's common end or the
 // signal handler, so that exit never runs twice at once.

@@ -1,0 +1,59 @@
+// Command lines for the system shell and the key-script pause. Nothing else
+// belongs in this file (see shellcmd.h).
+#include "shellcmd.h"
+
+#include "mlog.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <initializer_list>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+// Not system(): the shell blocks SIGINT, SIGHUP, SIGTERM and SIGQUIT in all
+// of its threads (a thread of its own takes them with sigwait), and a child
+// made by system() would inherit that mask, so `key` and `usleep` could not
+// be interrupted. posix_spawn sets the child's mask and actions explicitly.
+int vxRunShellCommand(const char* cmd)
+{
+    if (cmd == nullptr)
+        return -1;
+    fflush(stdout);
+
+    posix_spawnattr_t attr;
+    if (posix_spawnattr_init(&attr) != 0)
+        return -1;
+    sigset_t none;
+    sigemptyset(&none);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGPIPE})
+        sigaddset(&defaults, sig);
+    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setsigdefault(&attr, &defaults);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    // -f: no pathname expansion, so the key '*' ("key *") is not replaced
+    // by the names of the files in the working directory.
+    char sh[] = "/bin/sh";
+    char noGlob[] = "-f";
+    char dashC[] = "-c";
+    char* argv[] = {sh, noGlob, dashC, const_cast<char*>(cmd), nullptr};
+    pid_t pid = -1;
+    const int rc = posix_spawn(&pid, sh, nullptr, &attr, argv, environ);
+    posix_spawnattr_destroy(&attr);
+    if (rc != 0)
+        return -1;
+
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return status;
+}
+
+int vxScriptPause(uint32_t ms) { return msleep(ms); }
