@@ -3,6 +3,7 @@
 // child processes get. Each case runs in a child process of its own (death
 // test), since it installs the handling or ends the process.
 #include "params.h"
+#include "proc.h"
 #include "session.h"
 
 #include <csignal>
@@ -20,7 +21,7 @@ namespace {
 
 class ShellSignals : public ::testing::Test {
 protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, vxDeathTestStyle()); }
 };
 
 // The SigBlk and SigIgn masks that a command started by `run` reports for
@@ -42,9 +43,10 @@ long childMasks(Run run)
     unsigned long bits = 0;
     int lines = 0;
     while (std::getline(in, line)) {
-        const unsigned long mask = std::stoul(line.substr(line.find(':') + 1), nullptr, 16);
+        // The masks are 64-bit hexadecimal numbers: too wide for a 32-bit long.
+        const unsigned long long mask = std::stoull(line.substr(line.find(':') + 1), nullptr, 16);
         for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT})
-            if (mask & (1ul << (sig - 1)))
+            if (mask & (1ull << (sig - 1)))
                 bits |= 1ul << (sig - 1);
         ++lines;
     }
