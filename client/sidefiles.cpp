@@ -23,6 +23,7 @@
 
 namespace {
 
+// In the order of the VxSideFile bits.
 const char* const kPaths[3] = {VX_IGNORE_FILE, VX_SAVEMSG_FILE, VX_PRINTTIME_FILE};
 
 bool openable(const char* path)
@@ -38,8 +39,8 @@ bool openable(const char* path)
 struct Cache {
     std::mutex mu;
     int ifd = -1;         // inotify descriptor, -1 when not watching
-    bool valid = false;   // exists[] reflects the files
-    bool exists[3] = {false, false, false};
+    bool valid = false;   // mask reflects the files
+    unsigned mask = 0;
 };
 
 Cache g_cache;
@@ -62,8 +63,6 @@ void atforkChild()
     resetLocked(g_cache);
     g_cache.mu.unlock();
 }
-
-std::once_flag g_atforkOnce;
 
 // Starts the watch; false when inotify or the directory is not available.
 bool startWatchLocked(Cache& c)
@@ -105,21 +104,30 @@ bool drainLocked(Cache& c)
     }
 }
 
+unsigned probeAll()
+{
+    unsigned mask = 0;
+    for (int i = 0; i < 3; ++i)
+        if (openable(kPaths[i]))
+            mask |= 1u << i;
+    return mask;
+}
+
+// Registered once, before the first probe.
+const int g_atforkRegistered = pthread_atfork(atforkPrepare, atforkParent, atforkChild);
+
 } // namespace
 
-bool vxSideFileExists(VxSideFile which)
+unsigned vxSideFiles()
 {
-    std::call_once(g_atforkOnce, [] { pthread_atfork(atforkPrepare, atforkParent, atforkChild); });
+    (void)g_atforkRegistered;
     std::lock_guard<std::mutex> lock(g_cache.mu);
     Cache& c = g_cache;
-    if (c.ifd < 0 && !startWatchLocked(c))
-        return openable(kPaths[which]);
-    if (!drainLocked(c))
-        return openable(kPaths[which]);
+    if ((c.ifd < 0 && !startWatchLocked(c)) || !drainLocked(c))
+        return probeAll();
     if (!c.valid) {
-        for (int i = 0; i < 3; ++i)
-            c.exists[i] = openable(kPaths[i]);
+        c.mask = probeAll();
         c.valid = true;
     }
-    return c.exists[which];
+    return c.mask;
 }

@@ -3,9 +3,10 @@
 #ifndef VX_CLIENT_SIDEFILES_H
 #define VX_CLIENT_SIDEFILES_H
 
-enum VxSideFile { VX_SIDE_IGNORE = 0, VX_SIDE_SAVE_MSG = 1, VX_SIDE_PRINT_TIME = 2 };
+enum VxSideFile { VX_SIDE_IGNORE = 1u << 0, VX_SIDE_SAVE_MSG = 1u << 1, VX_SIDE_PRINT_TIME = 1u << 2 };
 
-// Whether the side file can be opened for reading at this moment.
-bool vxSideFileExists(VxSideFile which);
+// The side files that can be opened for reading at this moment, as a mask
+// of VxSideFile bits.
+unsigned vxSideFiles();
 
 #endif // VX_CLIENT_SIDEFILES_H

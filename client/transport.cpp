@@ -211,7 +211,10 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     service.sun_family = AF_UNIX;
     snprintf(service.sun_path, sizeof service.sun_path, "%s", VX_SERVICE_SOCK);
 
-    if (vxSideFileExists(VX_SIDE_IGNORE))
+    // The side files are looked at when the request starts, again once it
+    // has been sent, and again after a wait for a response.
+    unsigned side = vxSideFiles();
+    if (side & VX_SIDE_IGNORE)
         return 1;
 
     char path[sizeof(sockaddr_un::sun_path) + 1];
@@ -228,7 +231,7 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     int32_t reqNo;
     memcpy(&reqNo, &head->reqNo, sizeof reqNo);
 
-    if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+    if (side & VX_SIDE_PRINT_TIME)
         printTimeLine(">>", reqNo);
 
     // A request that waits holds its socket's lock from the send to the end
@@ -244,7 +247,8 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         return 0;
     }
 
-    if (vxSideFileExists(VX_SIDE_SAVE_MSG))
+    side = vxSideFiles();
+    if (side & VX_SIDE_SAVE_MSG)
         saveRecord(sock, mediaReq, len);
 
     if (needResponse(reqNo)) {
@@ -258,7 +262,7 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
                 return 0;
             }
             resp->result = -1;
-            if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+            if (vxSideFiles() & VX_SIDE_PRINT_TIME)
                 printTimeLine("<<", reqNo);
             return 0;
         }
@@ -269,9 +273,10 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         memcpy(resp, &rsp, sizeof rsp);
         if (reqNo != rsp.reqNo)
             mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", __func__, __LINE__);
+        side = vxSideFiles();
     }
 
-    if (vxSideFileExists(VX_SIDE_PRINT_TIME))
+    if (side & VX_SIDE_PRINT_TIME)
         printTimeLine("<<", reqNo);
     return 1;
 }

@@ -1,5 +1,7 @@
 #include "fakeservice.h"
 
+#include "machinelock.h"
+
 #include <cerrno>
 #include <chrono>
 #include <dirent.h>
@@ -27,6 +29,7 @@ std::vector<uint8_t> Datagram::raw(size_t offset, size_t width) const
 
 FakeService::FakeService(Policy policy, int delayMs) : policy_(policy), delayMs_(delayMs)
 {
+    vxTestMachineLock();
     mkdir("/tmp/vx", 0777);
     mkdir("/tmp/vx/tx", 0777);
     unlink("/tmp/vx/vxRxSock");
@@ -177,6 +180,7 @@ void FakeService::clear()
 
 void cleanVxDir()
 {
+    vxTestMachineLock();
     const char* dirs[] = {"/tmp/vx/tx", "/tmp/vx"};
     for (const char* dir : dirs) {
         DIR* d = opendir(dir);

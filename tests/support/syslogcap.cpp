@@ -1,5 +1,7 @@
 #include "syslogcap.h"
 
+#include "machinelock.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -51,6 +53,7 @@ LogLine parse(const std::string& raw)
 
 SyslogCapture::SyslogCapture()
 {
+    vxTestMachineLock();
     struct stat st;
     if (lstat(kDevLog, &st) == 0) {
         if (!S_ISSOCK(st.st_mode))
