@@ -36,6 +36,9 @@ struct Case {
     std::vector<std::string> alsoPrinted; // other stdout lines that must appear
 };
 
+// Test names and failure messages show the case by its name.
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 class VqmModes : public ::testing::TestWithParam<Case> {
 protected:
     void SetUp() override
