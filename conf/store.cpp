@@ -475,6 +475,9 @@ char* mCONF_GetValue(tConfGroup* root, const char* groupName, const char* key)
 tConfItem* mCONF_SetValue(tConfGroup* root, const char* groupName, const char* key, const char* value,
                           const char* comment)
 {
+    // Without a store the group would be made linked to nothing, and lost.
+    if (root == nullptr)
+        return nullptr;
     tConfGroup* group = mCONF_GetGroup(root, groupName);
     if (group == nullptr) {
         group = mCONF_AddGroup(root, groupName);

@@ -68,8 +68,9 @@ char* mCONF_GetValue(tConfGroup* root, const char* groupName, const char* key);
 
 /* Finds or creates the group (null/"" is the root), then adds the item or
  * replaces the value of the existing one (which keeps its place and its
- * comment; "COMMAND" always appends). The item, or null: for a null key or
- * value (a missing group is created all the same) or when memory runs out. */
+ * comment; "COMMAND" always appends). The item, or null: for a null root,
+ * for a null key or value (a missing group is created all the same) or when
+ * memory runs out. */
 tConfItem* mCONF_SetValue(tConfGroup* root, const char* groupName, const char* key, const char* value,
                           const char* comment);
 

@@ -18,28 +18,21 @@
 /* ---- 1. Line readers ----------------------------------------------------
  * src is the reading position, dst a destination or null, size a byte limit.
  * The result is the position behind the line, to pass in next time, or null
- * when the text is exhausted (also for a null src or one at its NUL). */
+ * when the text is exhausted (also for a null src or one at its NUL). Like
+ * strchr, the result points into src and is writable if src is. */
 
 /* One line per call; a line ends at CR, LF, CR LF or LF CR, and the line
  * end is stored too. At most size bytes are stored (the rest of a longer
  * line is skipped); a terminator always follows, so dst needs size + 1.
  * Empty lines come back as just their line end. At the end of the text: the
  * NUL's position if bytes were stored, else null (always so for a null dst). */
-const char* sgets(const char* src, char* dst, int size);
-inline char* sgets(char* src, char* dst, int size)
-{
-    return const_cast<char*>(sgets(static_cast<const char*>(src), dst, size));
-}
+char* sgets(const char* src, char* dst, int size);
 
 /* One line per call; a whole run of CR and LF ends it, so empty lines do not
  * exist, and line ends are not stored. At most size bytes are stored (the
  * rest of a longer line is skipped); the terminator is written only if fewer
  * than size bytes were stored. At the end of the text: the NUL's position. */
-const char* strgets(const char* src, char* dst, int size);
-inline char* strgets(char* src, char* dst, int size)
-{
-    return const_cast<char*>(strgets(static_cast<const char*>(src), dst, size));
-}
+char* strgets(const char* src, char* dst, int size);
 
 /* Finds a line "key sep number" (key folded; blanks, CR and LF may stand
  * around key and sep) from the second line of text on, and returns the
@@ -80,11 +73,7 @@ namespace mstring {
 /* The first place in haystack where needle stands, folded, or null. An empty
  * haystack gives null even for an empty needle; an empty needle in any other
  * haystack gives haystack. Null arguments give null. */
-const char* strcasestr(const char* haystack, const char* needle);
-inline char* strcasestr(char* haystack, const char* needle)
-{
-    return const_cast<char*>(strcasestr(static_cast<const char*>(haystack), needle));
-}
+char* strcasestr(const char* haystack, const char* needle);
 } // namespace mstring
 
 /* ---- 4. Formatting ------------------------------------------------------- */

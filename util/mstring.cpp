@@ -87,7 +87,7 @@ int matchArray(Match how, const char* str, const char* const* array)
 
 } // namespace
 
-const char* sgets(const char* src, char* dst, int size)
+char* sgets(const char* src, char* dst, int size)
 {
     if (src == nullptr || *src == '\0')
         return nullptr;
@@ -110,10 +110,10 @@ const char* sgets(const char* src, char* dst, int size)
         dst[stored] = '\0';
     if (*p == '\0' && stored == 0)
         return nullptr;
-    return p;
+    return const_cast<char*>(p);
 }
 
-const char* strgets(const char* src, char* dst, int size)
+char* strgets(const char* src, char* dst, int size)
 {
     if (src == nullptr || *src == '\0')
         return nullptr;
@@ -142,7 +142,7 @@ const char* strgets(const char* src, char* dst, int size)
     }
     if (dst != nullptr && stored < size)
         dst[stored] = '\0';
-    return p;
+    return const_cast<char*>(p);
 }
 
 int strgetint(const char* text, const char* key, char sep)
@@ -220,13 +220,13 @@ int strcasecmp2(const char* a, const char* b)
 
 namespace mstring {
 
-const char* strcasestr(const char* haystack, const char* needle)
+char* strcasestr(const char* haystack, const char* needle)
 {
     if (haystack == nullptr || needle == nullptr || *haystack == '\0')
         return nullptr;
     for (const char* h = haystack; *h != '\0'; ++h)
         if (isPrefixFolded(needle, h))
-            return h;
+            return const_cast<char*>(h);
     return nullptr;
 }
 
