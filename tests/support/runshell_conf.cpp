@@ -117,7 +117,7 @@ bool writeFile(const std::string& path, const std::string& bytes)
     return close(fd) == 0;
 }
 
-RunResult runProgram(const std::vector<std::string>& argv, int timeoutMs)
+RunResult runProgram(const std::vector<std::string>& argv, const std::string& cwd, int timeoutMs)
 {
     RunResult result;
     int outPipe[2];
@@ -136,6 +136,8 @@ RunResult runProgram(const std::vector<std::string>& argv, int timeoutMs)
         dup2(nullFd, 0);
         dup2(outPipe[1], 1);
         dup2(errPipe[1], 2);
+        if (!cwd.empty() && chdir(cwd.c_str()) != 0)
+            _exit(126);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -185,7 +187,7 @@ RunResult runProgram(const std::vector<std::string>& argv, int timeoutMs)
     return result;
 }
 
-pid_t spawnQuiet(const std::vector<std::string>& argv)
+pid_t spawnQuiet(const std::vector<std::string>& argv, const std::string& cwd)
 {
     std::vector<char*> args = argvOf(argv);
     const pid_t pid = fork();
@@ -194,6 +196,8 @@ pid_t spawnQuiet(const std::vector<std::string>& argv)
         dup2(nullFd, 0);
         dup2(nullFd, 1);
         dup2(nullFd, 2);
+        if (!cwd.empty() && chdir(cwd.c_str()) != 0)
+            _exit(126);
         execv(args[0], args.data());
         _exit(127);
     }

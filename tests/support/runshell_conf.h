@@ -39,12 +39,14 @@ struct RunResult {
     std::string err;     // stderr
 };
 
-// Runs argv[0] with the arguments, stdin from /dev/null, and collects its
-// output. A run longer than timeoutMs is killed (SIGKILL) and marked.
-RunResult runProgram(const std::vector<std::string>& argv, int timeoutMs = 20000);
+// Runs argv[0] with the arguments in directory cwd (if not empty), stdin
+// from /dev/null, and collects its output. A run longer than timeoutMs is
+// killed (SIGKILL) and marked.
+RunResult runProgram(const std::vector<std::string>& argv, const std::string& cwd = "", int timeoutMs = 20000);
 
-// Starts argv[0] with stdin, stdout and stderr on /dev/null; the pid, or -1.
-pid_t spawnQuiet(const std::vector<std::string>& argv);
+// Starts argv[0] in directory cwd (if not empty) with stdin, stdout and
+// stderr on /dev/null; the pid, or -1.
+pid_t spawnQuiet(const std::vector<std::string>& argv, const std::string& cwd = "");
 
 // The line without its "[hh:mm:ss.mmm] " prefix; the line unchanged if it
 // has none.
