@@ -11,8 +11,12 @@
 // table, in time and memory.
 //
 // Memory: an item is one block [tConfItem | key | value | comment], a group
-// one block [tConfGroup | tConfIndex | name]. A replaced value gets its own
-// allocation; the value inside the block is then simply no longer used.
+// one block [tConfGroup | tConfIndex | name]. The blocks of a store come from
+// its arena (large chunks, freed together), which keeps both the allocation
+// and mCONF_Free cheap and the nodes close together. A replaced value gets
+// an allocation of its own; the value inside the block is then no longer
+// used. Under AddressSanitizer every block is its own chunk, so that the
+// sanitizer still sees the bounds of each node.
 #include "confstore.h"
 #include "mlog.h"
 
@@ -21,6 +25,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <sys/mman.h>
+#include <type_traits>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VX_CONF_BLOCK_PER_NODE 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VX_CONF_BLOCK_PER_NODE 1
+#endif
+#endif
+#ifndef VX_CONF_BLOCK_PER_NODE
+#define VX_CONF_BLOCK_PER_NODE 0
+#endif
 
 namespace {
 
@@ -32,26 +49,75 @@ constexpr size_t kLinearMax = 16;
 // Smallest hash table; tables stay at most half full.
 constexpr size_t kMinSlots = 64;
 
-struct Slot {
-    uint32_t hash;
-    void* node; // null: empty slot
+// Memory for large arrays, zeroed unless told. From 2 MB on it is mapped on
+// its own (and so zeroed in any case),
+// aligned to 2 MB and offered for huge pages: a large table is probed at
+// random, and with small pages nearly every probe would also miss the TLB.
+constexpr size_t kHugePage = 2 * 1024 * 1024;
+
+void* bigAlloc(size_t bytes, bool zeroed = true)
+{
+    if (bytes < kHugePage)
+        return zeroed ? calloc(1, bytes) : malloc(bytes);
+    const size_t size = (bytes + kHugePage - 1) & ~(kHugePage - 1);
+    void* raw = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED)
+        return nullptr;
+    // Keep the aligned part, give back the rest.
+    const uintptr_t start = reinterpret_cast<uintptr_t>(raw);
+    const uintptr_t aligned = (start + kHugePage - 1) & ~(static_cast<uintptr_t>(kHugePage) - 1);
+    if (aligned > start)
+        munmap(raw, aligned - start);
+    const uintptr_t end = start + size + kHugePage;
+    if (end > aligned + size)
+        munmap(reinterpret_cast<void*>(aligned + size), end - (aligned + size));
+#ifdef MADV_HUGEPAGE
+    madvise(reinterpret_cast<void*>(aligned), size, MADV_HUGEPAGE);
+#endif
+    return reinterpret_cast<void*>(aligned);
+}
+
+void bigFree(void* p, size_t bytes)
+{
+    if (p == nullptr)
+        return;
+    if (bytes < kHugePage)
+        free(p);
+    else
+        munmap(p, (bytes + kHugePage - 1) & ~(kHugePage - 1));
+}
+
+// An open-addressing table with linear probing, kept at most half full. A
+// slot is one word: the key's 32-bit hash and the number of its entry (0 for
+// an empty slot); the entries list the nodes in order of insertion. Probing
+// and growing read the slots alone, and a slot of 8 bytes keeps even a table
+// of a million keys small enough to stay mostly in the cache.
+struct HashTable {
+    uint64_t* slots = nullptr;
+    size_t mask = 0;        // slot count - 1, when slots is not null
+    size_t used = 0;        // entries
+    void** nodes = nullptr; // entry -> node
+    size_t nodeCap = 0;
 };
 
-// An open-addressing table with linear probing. The full hash is kept in the
-// slot so that probing and growing never touch the nodes.
-struct HashTable {
-    Slot* slots = nullptr;
-    size_t mask = 0; // slot count - 1, when slots is not null
-    size_t used = 0;
-};
+// A fast hash of short texts: eight bytes at a time, mixed by multiplication.
+inline uint64_t mix(uint64_t a, uint64_t b)
+{
+    const __uint128_t r = static_cast<__uint128_t>(a ^ 0xa0761d6478bd642full) * (b ^ 0xe7037ed1a0b428dbull);
+    return static_cast<uint64_t>(r) ^ static_cast<uint64_t>(r >> 64);
+}
 
 uint32_t hashText(const char* s, size_t n)
 {
-    uint64_t h = 1469598103934665603ull; // FNV-1a, folded to 32 bits
-    for (size_t i = 0; i < n; ++i) {
-        h ^= static_cast<unsigned char>(s[i]);
-        h *= 1099511628211ull;
+    uint64_t h = 0x8ebc6af09c88c6e3ull ^ n;
+    for (; n >= 8; n -= 8, s += 8) {
+        uint64_t w;
+        memcpy(&w, s, 8);
+        h = mix(h, w);
     }
+    uint64_t tail = 0;
+    memcpy(&tail, s, n);
+    h = mix(h, tail ^ 0x589965cc75374cc3ull);
     return static_cast<uint32_t>(h ^ (h >> 32));
 }
 
@@ -61,33 +127,54 @@ inline bool sameText(const char* text, const char* key, size_t n)
     return strncmp(text, key, n) == 0 && text[n] == '\0';
 }
 
-// Makes room for `needed` entries at a load of at most one half. False, and
-// the table as it was, if memory runs out.
+void tableFree(HashTable& t)
+{
+    if (t.slots != nullptr)
+        bigFree(t.slots, (t.mask + 1) * sizeof(uint64_t));
+    free(t.nodes);
+    t = HashTable();
+}
+
+// Makes room for `needed` entries. False, and the table as it was, if memory
+// runs out (or the entries would pass 32 bits).
 bool tableReserve(HashTable& t, size_t needed)
 {
-    const size_t cap = t.slots != nullptr ? t.mask + 1 : 0;
-    if (needed <= cap / 2)
-        return true;
-    size_t want = cap != 0 ? cap : kMinSlots;
-    while (needed > want / 2) {
-        if (want > SIZE_MAX / (2 * sizeof(Slot)))
+    if (needed >= UINT32_MAX)
+        return false;
+    if (needed > t.nodeCap) {
+        size_t cap = t.nodeCap != 0 ? t.nodeCap : kMinSlots / 2;
+        while (cap < needed)
+            cap *= 2;
+        void** nodes = static_cast<void**>(realloc(t.nodes, cap * sizeof(void*)));
+        if (nodes == nullptr)
             return false;
-        want *= 2;
+        t.nodes = nodes;
+        t.nodeCap = cap;
     }
-    Slot* fresh = static_cast<Slot*>(calloc(want, sizeof(Slot)));
+    const size_t slotCount = t.slots != nullptr ? t.mask + 1 : 0;
+    if (needed <= slotCount / 2)
+        return true;
+    size_t want = slotCount != 0 ? slotCount : kMinSlots;
+    while (needed > want / 2)
+        want *= 2;
+    uint64_t* fresh = static_cast<uint64_t*>(bigAlloc(want * sizeof(uint64_t)));
     if (fresh == nullptr)
         return false;
     const size_t mask = want - 1;
-    for (size_t i = 0; i < cap; ++i) {
-        const Slot& s = t.slots[i];
-        if (s.node == nullptr)
+    constexpr size_t kAhead = 16; // slots whose new place is fetched early
+    for (size_t i = 0; i < slotCount; ++i) {
+        if (i + kAhead < slotCount && t.slots[i + kAhead] != 0)
+            __builtin_prefetch(&fresh[(t.slots[i + kAhead] >> 32) & mask], 1);
+        const uint64_t slot = t.slots[i];
+        if (slot == 0)
             continue;
-        size_t j = s.hash & mask;
-        while (fresh[j].node != nullptr)
+        size_t j = (slot >> 32) & mask;
+        while (fresh[j] != 0)
             j = (j + 1) & mask;
-        fresh[j] = s;
+        fresh[j] = slot;
     }
-    free(t.slots);
+    if (t.slots != nullptr)
+        bigFree(t.slots, slotCount * sizeof(uint64_t));
     t.slots = fresh;
     t.mask = mask;
     return true;
@@ -96,12 +183,12 @@ bool tableReserve(HashTable& t, size_t needed)
 // Inserts a node whose key is known to be absent; room was reserved.
 void tableInsert(HashTable& t, uint32_t hash, void* node)
 {
-    size_t i = hash & t.mask;
-    while (t.slots[i].node != nullptr)
-        i = (i + 1) & t.mask;
-    t.slots[i].hash = hash;
-    t.slots[i].node = node;
+    t.nodes[t.used] = node;
     ++t.used;
+    size_t i = hash & t.mask;
+    while (t.slots[i] != 0)
+        i = (i + 1) & t.mask;
+    t.slots[i] = (static_cast<uint64_t>(hash) << 32) | t.used;
 }
 
 template <class KeyOf>
@@ -110,16 +197,91 @@ void* tableFind(const HashTable& t, uint32_t hash, const char* key, size_t len, 
     if (t.slots == nullptr)
         return nullptr;
     for (size_t i = hash & t.mask;; i = (i + 1) & t.mask) {
-        const Slot& s = t.slots[i];
-        if (s.node == nullptr)
+        const uint64_t slot = t.slots[i];
+        if (slot == 0)
             return nullptr;
-        if (s.hash == hash && sameText(keyOf(s.node), key, len))
-            return s.node;
+        if (static_cast<uint32_t>(slot >> 32) == hash) {
+            void* node = t.nodes[static_cast<uint32_t>(slot) - 1];
+            if (sameText(keyOf(node), key, len))
+                return node;
+        }
     }
 }
 
 const char* itemKey(void* node) { return static_cast<tConfItem*>(node)->key; }
 const char* groupName(void* node) { return static_cast<tConfGroup*>(node)->name; }
+
+// Bump allocation from chunks that are only freed all at once. Chunks grow
+// from 4 KB to 2 MB, so a small store stays small and a large one is made of
+// huge pages (see bigAlloc); a block larger than a quarter chunk gets a
+// chunk of its own behind the current one.
+class Arena {
+public:
+    void* alloc(size_t n)
+    {
+        n = (n + 15) & ~static_cast<size_t>(15);
+        if (n == 0 || n > SIZE_MAX / 2)
+            return nullptr;
+        if (VX_CONF_BLOCK_PER_NODE || n > nextSize_ / 4) {
+            Chunk* c = newChunk(sizeof(Chunk) + n);
+            if (c == nullptr)
+                return nullptr;
+            if (head_ != nullptr) {
+                c->next = head_->next;
+                head_->next = c;
+            } else {
+                head_ = c;
+            }
+            c->used = sizeof(Chunk) + n;
+            return c + 1;
+        }
+        if (head_ == nullptr || head_->size - head_->used < n) {
+            Chunk* c = newChunk(nextSize_);
+            if (c == nullptr)
+                return nullptr;
+            c->next = head_;
+            head_ = c;
+            if (nextSize_ < kMaxChunk)
+                nextSize_ *= 2;
+        }
+        void* p = reinterpret_cast<char*>(head_) + head_->used;
+        head_->used += n;
+        return p;
+    }
+
+    void release()
+    {
+        for (Chunk* c = head_; c != nullptr;) {
+            Chunk* next = c->next;
+            bigFree(c, c->size);
+            c = next;
+        }
+        head_ = nullptr;
+    }
+
+private:
+    struct Chunk {
+        Chunk* next;
+        size_t size; // bytes of the chunk, this head included
+        size_t used; // bytes in use, this head included
+        size_t pad;  // keeps the data 16-byte aligned
+    };
+    static constexpr size_t kMaxChunk = kHugePage;
+
+    static Chunk* newChunk(size_t size)
+    {
+        Chunk* c = static_cast<Chunk*>(bigAlloc(size, false));
+        if (c != nullptr) {
+            c->next = nullptr;
+            c->size = size;
+            c->used = sizeof(Chunk);
+        }
+        return c;
+    }
+
+    Chunk* head_ = nullptr;
+    size_t nextSize_ = 4096;
+};
 
 } // namespace
 
@@ -139,7 +301,11 @@ struct StoreIndex {
     tConfGroup* root = nullptr;
     tConfGroup* lastGroup = nullptr;
     HashTable groups; // name -> group, every group but the root
+    Arena nodes;      // every group and item block of the store
 };
+
+static_assert(std::is_trivially_destructible<tConfIndex>::value, "group blocks are freed without destructors");
+static_assert(std::is_trivially_destructible<StoreIndex>::value, "the store is freed without a destructor");
 
 namespace {
 
@@ -167,20 +333,30 @@ char* dupText(const char* text, size_t len)
 // The value text inside the item's own block.
 inline const char* inlineValue(const tConfItem* item) { return item->key + strlen(item->key) + 1; }
 
-void freeItem(tConfItem* item)
+// A node block: from the store's arena, or from the heap for a lone group.
+void* allocNode(StoreIndex* store, size_t n) { return store != nullptr ? store->nodes.alloc(n) : malloc(n); }
+
+// Gives back a node that was made but not linked.
+void dropNode(StoreIndex* store, void* node)
+{
+    // An arena block is simply left unused until the store is freed.
+    if (store == nullptr)
+        free(node);
+}
+
+void freeReplacedValue(tConfItem* item)
 {
     if (item->value != inlineValue(item))
         free(item->value);
-    free(item);
 }
 
-tConfItem* newItem(const char* key, size_t keyLen, const char* value, size_t valueLen, const char* comment,
-                   size_t commentLen)
+tConfItem* newItem(StoreIndex* store, const char* key, size_t keyLen, const char* value, size_t valueLen,
+                   const char* comment, size_t commentLen)
 {
     const size_t textBytes = keyLen + 1 + valueLen + 1 + (comment != nullptr ? commentLen + 1 : 0);
     if (textBytes < keyLen || textBytes > SIZE_MAX - sizeof(tConfItem))
         return nullptr;
-    void* block = malloc(sizeof(tConfItem) + textBytes);
+    void* block = allocNode(store, sizeof(tConfItem) + textBytes);
     if (block == nullptr)
         return nullptr;
     tConfItem* item = static_cast<tConfItem*>(block);
@@ -196,7 +372,7 @@ tConfGroup* newGroup(const char* name, size_t nameLen, StoreIndex* store)
 {
     if (nameLen > SIZE_MAX - sizeof(tConfGroup) - sizeof(tConfIndex) - 1)
         return nullptr;
-    void* block = malloc(sizeof(tConfGroup) + sizeof(tConfIndex) + nameLen + 1);
+    void* block = allocNode(store, sizeof(tConfGroup) + sizeof(tConfIndex) + nameLen + 1);
     if (block == nullptr)
         return nullptr;
     tConfGroup* group = static_cast<tConfGroup*>(block);
@@ -210,18 +386,21 @@ tConfGroup* newGroup(const char* name, size_t nameLen, StoreIndex* store)
     return group;
 }
 
-void freeGroup(tConfGroup* group)
+// Frees what a group owns beside its block; the blocks themselves only for
+// a lone group (a store frees its arena at once).
+void freeGroup(tConfGroup* group, bool blocks)
 {
     for (tConfItem* item = group->items; item != nullptr;) {
         tConfItem* next = item->next;
-        freeItem(item);
+        freeReplacedValue(item);
+        if (blocks)
+            free(item);
         item = next;
     }
-    if (group->index != nullptr) {
-        free(group->index->items.slots);
-        group->index->~tConfIndex();
-    }
-    free(group);
+    if (group->index != nullptr)
+        tableFree(group->index->items);
+    if (blocks)
+        free(group);
 }
 
 tConfItem* findItemLinear(tConfItem* first, const char* key, size_t len)
@@ -261,7 +440,7 @@ void appendUnindexed(tConfGroup* group, tConfItem* item)
 } // namespace
 
 tConfItem* confAddItemN(tConfGroup* group, const char* key, size_t keyLen, const char* value, size_t valueLen,
-                        const char* comment, size_t commentLen)
+                        const char* comment, size_t commentLen, const uint32_t* keyHash)
 {
     if (group == nullptr || key == nullptr || value == nullptr)
         return nullptr;
@@ -285,14 +464,15 @@ tConfItem* confAddItemN(tConfGroup* group, const char* key, size_t keyLen, const
             old->value = fresh;
             return old;
         }
-        tConfItem* item = newItem(key, keyLen, value, valueLen, comment, commentLen);
+        tConfItem* item = newItem(nullptr, key, keyLen, value, valueLen, comment, commentLen);
         if (item != nullptr)
             appendUnindexed(group, item);
         return item;
     }
 
     const bool hashed = ix->items.slots != nullptr;
-    const uint32_t h = hashed || ix->itemCount + 1 > kLinearMax ? hashText(key, keyLen) : 0;
+    const bool needHash = hashed || ix->itemCount + 1 > kLinearMax;
+    const uint32_t h = !needHash ? 0 : keyHash != nullptr ? *keyHash : hashText(key, keyLen);
     tConfItem* old = hashed ? static_cast<tConfItem*>(tableFind(ix->items, h, key, keyLen, itemKey))
                             : findItemLinear(group->items, key, keyLen);
     if (old != nullptr && !ix->isCommand) {
@@ -306,7 +486,7 @@ tConfItem* confAddItemN(tConfGroup* group, const char* key, size_t keyLen, const
         return old;
     }
 
-    tConfItem* item = newItem(key, keyLen, value, valueLen, comment, commentLen);
+    tConfItem* item = newItem(ix->store, key, keyLen, value, valueLen, comment, commentLen);
     if (item == nullptr)
         return nullptr;
     // Room in the table first, so that a failure leaves the store as it was.
@@ -314,7 +494,7 @@ tConfItem* confAddItemN(tConfGroup* group, const char* key, size_t keyLen, const
     if (needTable) {
         const bool ok = hashed ? tableReserve(ix->items, ix->items.used + 1) : buildItemTable(group);
         if (!ok) {
-            free(item);
+            dropNode(ix->store, item);
             return nullptr;
         }
     }
@@ -329,6 +509,17 @@ tConfItem* confAddItemN(tConfGroup* group, const char* key, size_t keyLen, const
     if (needTable && old == nullptr)
         tableInsert(ix->items, h, item);
     return item;
+}
+
+bool confPrefetchItem(tConfGroup* group, const char* key, size_t keyLen, uint32_t* keyHash)
+{
+    const tConfIndex* ix = group->index;
+    if (ix == nullptr || ix->items.slots == nullptr)
+        return false;
+    // The same length as confAddItemN takes: the text up to its first NUL.
+    *keyHash = hashText(key, strnlen(key, keyLen));
+    __builtin_prefetch(&ix->items.slots[*keyHash & ix->items.mask]);
+    return true;
 }
 
 tConfItem* mCONF_AddItem(tConfGroup* group, const char* key, const char* value, const char* comment)
@@ -410,7 +601,7 @@ tConfGroup* mCONF_New(void)
     new (st) StoreIndex();
     tConfGroup* root = newGroup("", 0, st);
     if (root == nullptr) {
-        st->~StoreIndex();
+        st->nodes.release();
         free(st);
         return nullptr;
     }
@@ -423,15 +614,16 @@ int mCONF_Free(tConfGroup* root)
 {
     if (root == nullptr)
         return 0;
-    if (StoreIndex* st = storeOfRoot(root)) {
-        free(st->groups.slots);
-        st->~StoreIndex();
-        free(st);
-    }
+    StoreIndex* st = storeOfRoot(root);
     for (tConfGroup* g = root; g != nullptr;) {
         tConfGroup* next = g->next;
-        freeGroup(g);
+        freeGroup(g, st == nullptr);
         g = next;
+    }
+    if (st != nullptr) {
+        tableFree(st->groups);
+        st->nodes.release();
+        free(st);
     }
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <new>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,17 +32,34 @@ constexpr int kLineMax = 255;
 
 struct Field {
     char text[kParseBuf];
-    size_t len = 0; // bytes stored, up to the first NUL
+    size_t len = 0;       // bytes stored
+    bool hasNul = false;  // a decoded %00 is among them
 
+    void clear()
+    {
+        len = 0;
+        hasNul = false;
+    }
     void put(char c)
     {
-        if (len < kFieldMax)
+        if (len < kFieldMax) {
             text[len++] = c;
+            hasNul = hasNul || c == '\0';
+        }
+    }
+    void append(const char* p, size_t n)
+    {
+        const size_t room = kFieldMax - len;
+        if (n > room)
+            n = room;
+        memcpy(text + len, p, n);
+        len += n;
     }
     void finish()
     {
         text[len] = '\0';
-        len = strlen(text); // a decoded %00 ends the text there
+        if (hasNul)
+            len = strlen(text); // a decoded %00 ends the text there
     }
 };
 
@@ -50,10 +68,42 @@ struct ParsedLine {
     Field value;
     Field comment;
     bool hasComment = false;
+    bool hashed = false;  // keyHash holds the key's hash in its group
+    uint32_t keyHash = 0;
+
+    void clear()
+    {
+        key.clear();
+        value.clear();
+        comment.clear();
+        hasComment = false;
+        hashed = false;
+    }
 };
 
-inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
-inline bool isLineEnd(char c) { return c == '\0' || c == '\r' || c == '\n'; }
+// Byte classes of the format.
+enum : unsigned char { kBlank = 1, kEnd = 2, kCommentSign = 4, kPercent = 8, kClose = 16 };
+
+struct ClassTable {
+    unsigned char of[256] = {};
+    constexpr ClassTable()
+    {
+        of[static_cast<unsigned char>(' ')] = kBlank;
+        of[static_cast<unsigned char>('\t')] = kBlank;
+        of[0] = kEnd;
+        of[static_cast<unsigned char>('\r')] = kEnd;
+        of[static_cast<unsigned char>('\n')] = kEnd;
+        of[static_cast<unsigned char>(';')] = kCommentSign;
+        of[static_cast<unsigned char>('#')] = kCommentSign;
+        of[static_cast<unsigned char>('%')] = kPercent;
+        of[static_cast<unsigned char>(']')] = kClose;
+    }
+};
+constexpr ClassTable kClasses;
+
+inline unsigned char classOf(char c) { return kClasses.of[static_cast<unsigned char>(c)]; }
+inline bool isBlank(char c) { return (classOf(c) & kBlank) != 0; }
+inline bool isLineEnd(char c) { return (classOf(c) & kEnd) != 0; }
 inline bool isXDigit(char c) { return isxdigit(static_cast<unsigned char>(c)) != 0; }
 
 int hexValue(char c)
@@ -63,10 +113,21 @@ int hexValue(char c)
     return toupper(static_cast<unsigned char>(c)) - 'A' + 10;
 }
 
-inline bool isSeparator(char c, const char* separators)
-{
-    return c != '\0' && strchr(separators, c) != nullptr;
-}
+// The separator set; one byte (the usual "=") is a plain comparison.
+class SeparatorSet {
+public:
+    explicit SeparatorSet(const char* set) : set_(set), one_(set[0] != '\0' && set[1] == '\0' ? set[0] : '\0') {}
+    bool has(char c) const
+    {
+        if (one_ != '\0')
+            return c == one_;
+        return c != '\0' && strchr(set_, c) != nullptr;
+    }
+
+private:
+    const char* set_;
+    char one_;
+};
 
 // Decodes the escape at p ("%XX") into *out and moves p behind it; false for
 // anything else behind a '%'. Stops at the NUL, never past it.
@@ -79,31 +140,31 @@ bool decodeEscape(const char*& p, char* out)
     return true;
 }
 
-// The line rules: -1 nothing, 0 a head (name in key), 1 an item.
-int parseLine(const char* line, const char* separators, bool wantComment, ParsedLine& out)
+// The line rules: -1 nothing, 0 a head (name in key), 1 an item. `out` must
+// be clear.
+int parseLine(const char* line, const SeparatorSet& separators, bool wantComment, ParsedLine& out)
 {
     const char* p = line;
     while (isBlank(*p))
         ++p;
-    if (isLineEnd(*p) || *p == '#' || *p == ';')
+    if ((classOf(*p) & (kEnd | kCommentSign)) != 0)
         return -1;
 
     if (*p == '[') {
         // The name runs to the first ']' that is no escape.
         ++p;
         for (;;) {
-            const char c = *p;
-            if (isLineEnd(c))
-                return -1;
-            if (c == ']')
-                break;
-            char byte = c;
-            if (c == '%') {
-                if (!decodeEscape(p, &byte))
-                    return -1;
-            } else {
+            const char* run = p;
+            while ((classOf(*p) & (kEnd | kPercent | kClose)) == 0)
                 ++p;
-            }
+            out.key.append(run, static_cast<size_t>(p - run));
+            if (*p == ']')
+                break;
+            if (*p != '%')
+                return -1; // line end before ']'
+            char byte;
+            if (!decodeEscape(p, &byte))
+                return -1;
             out.key.put(byte);
         }
         out.key.finish();
@@ -112,20 +173,22 @@ int parseLine(const char* line, const char* separators, bool wantComment, Parsed
 
     // The first separator byte of the line.
     const char* sep = p;
-    while (!isLineEnd(*sep) && !isSeparator(*sep, separators))
+    while (!isLineEnd(*sep) && !separators.has(*sep))
         ++sep;
     if (isLineEnd(*sep))
         return -1;
 
     // The key: the first blank-free run, decoding escapes.
-    for (const char* k = p; !isBlank(*k) && !isLineEnd(*k) && !isSeparator(*k, separators);) {
-        char byte = *k;
-        if (byte == '%') {
-            if (!decodeEscape(k, &byte))
-                return -1;
-        } else {
+    for (const char* k = p;;) {
+        const char* run = k;
+        while ((classOf(*k) & (kBlank | kEnd | kPercent)) == 0 && !separators.has(*k))
             ++k;
-        }
+        out.key.append(run, static_cast<size_t>(k - run));
+        if (*k != '%' || separators.has(*k))
+            break;
+        char byte;
+        if (!decodeEscape(k, &byte))
+            return -1;
         out.key.put(byte);
     }
     out.key.finish();
@@ -137,24 +200,30 @@ int parseLine(const char* line, const char* separators, bool wantComment, Parsed
     if (*v == '"' || *v == '\'') {
         // Quoted: to the same quote, or to the NUL; no escapes inside.
         const char quote = *v++;
-        while (*v != '\0' && *v != quote)
-            out.value.put(*v++);
-        if (*v == quote)
-            ++v;
+        const char* end = v;
+        while (*end != '\0' && *end != quote)
+            ++end;
+        out.value.append(v, static_cast<size_t>(end - v));
+        v = *end == quote ? end + 1 : end;
     } else {
-        while (!isBlank(*v) && !isLineEnd(*v) && *v != ';' && *v != '#')
-            out.value.put(*v++);
+        const char* run = v;
+        while ((classOf(*v) & (kBlank | kEnd | kCommentSign)) == 0)
+            ++v;
+        out.value.append(run, static_cast<size_t>(v - run));
     }
     out.value.finish();
 
     // The comment: behind the first ';' or '#' that follows the value.
     if (wantComment) {
-        while (!isLineEnd(*v) && *v != ';' && *v != '#')
+        while ((classOf(*v) & (kEnd | kCommentSign)) == 0)
             ++v;
-        if (*v == ';' || *v == '#') {
+        if (!isLineEnd(*v)) {
             ++v;
-            while (!isLineEnd(*v))
-                out.comment.put(*v++);
+            // Scanned by hand: the line may be part of a larger text.
+            const char* end = v;
+            while (!isLineEnd(*end))
+                ++end;
+            out.comment.append(v, static_cast<size_t>(end - v));
             out.comment.finish();
             out.hasComment = true;
         }
@@ -174,46 +243,159 @@ char* heapCopy(const Field& f)
 
 // ---- Writer ---------------------------------------------------------------
 
-inline bool needsEscape(char c) { return c == '[' || c == ']' || c == ' '; }
+// The bytes that the writer escapes in names and keys.
+constexpr char kEscaped[] = "[] ";
 
 size_t escapedLength(const char* s)
 {
     size_t n = 0;
-    for (; *s != '\0'; ++s)
-        n += needsEscape(*s) ? 3 : 1;
-    return n;
-}
-
-char* putEscaped(char* out, const char* s)
-{
-    for (; *s != '\0'; ++s) {
-        switch (*s) {
-        case '[':
-            memcpy(out, "%5B", 3);
-            out += 3;
-            break;
-        case ']':
-            memcpy(out, "%5D", 3);
-            out += 3;
-            break;
-        case ' ':
-            memcpy(out, "%20", 3);
-            out += 3;
-            break;
-        default:
-            *out++ = *s;
-        }
+    for (;;) {
+        const size_t run = strcspn(s, kEscaped);
+        n += run;
+        s += run;
+        if (*s == '\0')
+            return n;
+        n += 3;
+        ++s;
     }
-    return out;
-}
-
-char* putText(char* out, const char* s, size_t len)
-{
-    memcpy(out, s, len);
-    return out + len;
 }
 
 inline bool isWritten(const tConfGroup* g) { return g->name != nullptr && g->name[0] != '\0'; }
+
+// The exact size of the canonical text, terminator included.
+size_t canonicalSize(const tConfGroup* root)
+{
+    size_t size = 1;
+    for (const tConfGroup* g = root; g != nullptr; g = g->next) {
+        if (!isWritten(g))
+            continue;
+        size += 1 + escapedLength(g->name) + 1 + 2 + 2;
+        for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
+            size += escapedLength(it->key) + 3 + strlen(it->value) + 1 + 2;
+            if (it->comment != nullptr)
+                size += 2 + strlen(it->comment);
+        }
+    }
+    return size;
+}
+
+// Renders into memory that was sized by canonicalSize.
+class MemoryOut {
+public:
+    explicit MemoryOut(char* at) : at_(at) {}
+    void put(const char* s, size_t n)
+    {
+        memcpy(at_, s, n);
+        at_ += n;
+    }
+    void put(char c) { *at_++ = c; }
+    char* end() const { return at_; }
+
+private:
+    char* at_;
+};
+
+// Renders into a file through a buffer of its own. The first failed write
+// ends the output; finish() tells.
+class FdOut {
+public:
+    explicit FdOut(int fd) : fd_(fd), buf_(static_cast<char*>(malloc(kCap))) {}
+    ~FdOut() { free(buf_); }
+    FdOut(const FdOut&) = delete;
+    FdOut& operator=(const FdOut&) = delete;
+
+    bool ready() const { return buf_ != nullptr; }
+    void put(const char* s, size_t n)
+    {
+        if (n > kCap - len_) {
+            flush();
+            if (n >= kCap) {
+                failed_ = failed_ || !writeAll(s, n);
+                return;
+            }
+        }
+        memcpy(buf_ + len_, s, n);
+        len_ += n;
+    }
+    void put(char c)
+    {
+        if (len_ == kCap)
+            flush();
+        buf_[len_++] = c;
+    }
+    bool finish()
+    {
+        flush();
+        return !failed_;
+    }
+
+private:
+    static constexpr size_t kCap = 64 * 1024;
+
+    void flush()
+    {
+        failed_ = failed_ || !writeAll(buf_, len_);
+        len_ = 0;
+    }
+    bool writeAll(const char* p, size_t n)
+    {
+        while (n > 0) {
+            const ssize_t w = write(fd_, p, n);
+            if (w < 0 && errno == EINTR)
+                continue;
+            if (w < 1)
+                return false;
+            p += w;
+            n -= static_cast<size_t>(w);
+        }
+        return true;
+    }
+
+    int fd_;
+    char* buf_;
+    size_t len_ = 0;
+    bool failed_ = false;
+};
+
+template <class Out>
+void putEscaped(Out& out, const char* s)
+{
+    for (;;) {
+        const size_t run = strcspn(s, kEscaped);
+        out.put(s, run);
+        s += run;
+        if (*s == '\0')
+            return;
+        out.put(*s == '[' ? "%5B" : *s == ']' ? "%5D" : "%20", 3);
+        ++s;
+    }
+}
+
+// The canonical form: per group with a name, "[name]" CR LF, the items as
+// key="value", with TAB ";comment" if any, CR LF each, and CR LF to close.
+template <class Out>
+void render(const tConfGroup* root, Out& out)
+{
+    for (const tConfGroup* g = root; g != nullptr; g = g->next) {
+        if (!isWritten(g))
+            continue;
+        out.put('[');
+        putEscaped(out, g->name);
+        out.put("]\r\n", 3);
+        for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
+            putEscaped(out, it->key);
+            out.put("=\"", 2);
+            out.put(it->value, strlen(it->value));
+            out.put('"');
+            if (it->comment != nullptr) {
+                out.put("\t;", 2);
+                out.put(it->comment, strlen(it->comment));
+            }
+            out.put("\r\n", 2);
+        }
+        out.put("\r\n", 2);
+    }
+}
 
 // ---- Files ----------------------------------------------------------------
 
@@ -276,20 +458,6 @@ int createSibling(const std::string& dir, const std::string& base, std::string& 
     return -1;
 }
 
-bool writeAll(int fd, const char* p, size_t len)
-{
-    while (len > 0) {
-        const ssize_t n = write(fd, p, len);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 1)
-            return false;
-        p += n;
-        len -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 void syncDirectory(const std::string& dir)
 {
     const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -300,32 +468,42 @@ void syncDirectory(const std::string& dir)
     close(fd);
 }
 
-// The plain write over the file itself, for where no new file can be made.
-int writeInPlace(const char* path, const char* text, size_t len)
+// The plain write over the file itself, for where no new file can be made:
+// the whole text, then mFILE_Write with its results and codes.
+int writeInPlace(tConfGroup* root, const char* path)
 {
+    char* text = mCONF_BufWrite(root);
+    if (text == nullptr)
+        return -1;
+    const size_t len = strlen(text);
+    int result;
     if (len > static_cast<size_t>(INT32_MAX)) {
         vFILE_Errno = MFILE_ERR_IO;
-        return -1;
+        result = -1;
+    } else {
+        result = mFILE_Write(path, text, static_cast<int>(len));
     }
-    return mFILE_Write(path, text, static_cast<int>(len));
+    free(text);
+    return result;
 }
 
-// The new text goes to a new file in the target's directory, which is
-// synced, given the target's permission bits (and owner, where allowed) and
-// renamed over the target; then the directory is synced. A crash leaves the
-// old file or the new one, never a mix; at worst a stray hidden temp file.
-int replaceFile(const char* path, const char* text, size_t len)
+// The new text is rendered straight into a new file in the target's
+// directory, which is synced, given the target's permission bits (and owner,
+// where allowed) and renamed over the target; then the directory is synced.
+// A crash leaves the old file or the new one, never a mix; at worst a stray
+// hidden temp file.
+int replaceFile(tConfGroup* root, const char* path)
 {
     std::string target;
     if (!resolveTarget(path, target))
-        return writeInPlace(path, text, len);
+        return writeInPlace(root, path);
     struct stat old;
     const bool exists = stat(target.c_str(), &old) == 0;
     // Something that is no plain file (a device, a pipe) must not be swapped
     // for one, and a file with several hard links would lose them: both are
     // written in place.
     if (exists && (!S_ISREG(old.st_mode) || old.st_nlink > 1))
-        return writeInPlace(path, text, len);
+        return writeInPlace(root, path);
 
     const std::string dir = dirOf(target);
     std::string temp;
@@ -336,7 +514,7 @@ int replaceFile(const char* path, const char* text, size_t len)
             vFILE_Errno = MFILE_ERR_IO;
             return -1;
         }
-        return writeInPlace(path, text, len);
+        return writeInPlace(root, path);
     }
     if (exists) {
         // Owner first: a change of owner may clear the set-id bits.
@@ -346,10 +524,18 @@ int replaceFile(const char* path, const char* text, size_t len)
         if (fchmod(fd, old.st_mode & 07777) != 0) {
             close(fd);
             unlink(temp.c_str());
-            return writeInPlace(path, text, len);
+            return writeInPlace(root, path);
         }
     }
-    if (!writeAll(fd, text, len) || fsync(fd) != 0) {
+    FdOut out(fd);
+    if (!out.ready()) {
+        // Out of memory, as the whole text would be.
+        close(fd);
+        unlink(temp.c_str());
+        return -1;
+    }
+    render(root, out);
+    if (!out.finish() || fsync(fd) != 0) {
         close(fd);
         unlink(temp.c_str());
         vFILE_Errno = MFILE_ERR_IO;
@@ -363,7 +549,7 @@ int replaceFile(const char* path, const char* text, size_t len)
     if (rename(temp.c_str(), target.c_str()) != 0) {
         // E.g. a file mounted over itself cannot be renamed over.
         unlink(temp.c_str());
-        return writeInPlace(path, text, len);
+        return writeInPlace(root, path);
     }
     syncDirectory(dir);
     vFILE_Errno = MFILE_OK;
@@ -383,7 +569,8 @@ int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, 
     if (line == nullptr || key == nullptr || value == nullptr)
         return -1;
     ParsedLine parsed;
-    const int kind = parseLine(line, separators != nullptr ? separators : "", comment != nullptr, parsed);
+    const int kind =
+        parseLine(line, SeparatorSet(separators != nullptr ? separators : ""), comment != nullptr, parsed);
     if (kind < 0)
         return -1;
     *key = heapCopy(parsed.key);
@@ -419,27 +606,55 @@ tConfGroup* mCONF_BufRead(const char* text)
     Field current;
     current.finish();
     tConfGroup* group = root;
-    ParsedLine parsed;
+    const SeparatorSet equals("=");
+
+    // Items are stored a few lines behind the parse: each parsed item asks
+    // for its slot of the group's key table at once, and by the time it is
+    // stored the slot has come in from memory. Every item in the queue
+    // belongs to the current group, as a head empties the queue first; the
+    // store sees the same calls in the same order.
+    constexpr size_t kAhead = 8;
+    ParsedLine single;
+    ParsedLine* queue = new (std::nothrow) ParsedLine[kAhead];
+    const size_t depth = queue != nullptr ? kAhead : 1;
+    ParsedLine* ring = queue != nullptr ? queue : &single;
+    size_t first = 0, queued = 0;
+    auto store = [&](const ParsedLine& item) {
+        const char* comment = item.hasComment ? item.comment.text : nullptr;
+        if (group != nullptr)
+            confAddItemN(group, item.key.text, item.key.len, item.value.text, item.value.len, comment,
+                         item.comment.len, item.hashed ? &item.keyHash : nullptr);
+        else
+            mCONF_SetValue(root, current.text, item.key.text, item.value.text, comment);
+    };
+    auto storeQueued = [&] {
+        for (; queued > 0; --queued, first = (first + 1) % depth)
+            store(ring[first]);
+    };
+
     for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) {
         const char* p = line;
         while (isBlank(*p))
             ++p;
-        parsed.key.len = parsed.value.len = parsed.comment.len = 0;
-        parsed.hasComment = false;
-        const int kind = parseLine(p, "=", true, parsed);
+        ParsedLine& parsed = ring[(first + queued) % depth];
+        parsed.clear();
+        const int kind = parseLine(p, equals, true, parsed);
         if (kind == 0) {
             current = parsed.key;
+            storeQueued();
             group = confAddGroupN(root, current.text, current.len);
         } else if (kind == 1) {
-            const char* comment = parsed.hasComment ? parsed.comment.text : nullptr;
-            if (group != nullptr) {
-                confAddItemN(group, parsed.key.text, parsed.key.len, parsed.value.text, parsed.value.len, comment,
-                             parsed.comment.len);
-            } else {
-                mCONF_SetValue(root, current.text, parsed.key.text, parsed.value.text, comment);
+            if (group != nullptr)
+                parsed.hashed = confPrefetchItem(group, parsed.key.text, parsed.key.len, &parsed.keyHash);
+            if (++queued == depth) {
+                store(ring[first]);
+                first = (first + 1) % depth;
+                --queued;
             }
         }
     }
+    storeQueued();
+    delete[] queue;
     return root;
 }
 
@@ -452,12 +667,13 @@ tConfGroup* readBuf(const char* text, const char* groupName)
     char line[kLineMax + 1];
     line[kLineMax] = '\0';
     ParsedLine parsed;
+    const SeparatorSet equals("=");
     for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) {
         const char* p = line;
         while (isBlank(*p))
             ++p;
-        parsed.key.len = parsed.value.len = 0;
-        if (parseLine(p, "=", false, parsed) != 1)
+        parsed.clear();
+        if (parseLine(p, equals, false, parsed) != 1)
             continue;
         if (group != nullptr)
             confAddItemN(group, parsed.key.text, parsed.key.len, parsed.value.text, parsed.value.len, nullptr, 0);
@@ -469,43 +685,14 @@ tConfGroup* readBuf(const char* text, const char* groupName)
 
 char* mCONF_BufWrite(tConfGroup* root)
 {
-    // Measuring pass: the exact size of the canonical text.
-    size_t size = 1;
-    for (const tConfGroup* g = root; g != nullptr; g = g->next) {
-        if (!isWritten(g))
-            continue;
-        size += 1 + escapedLength(g->name) + 1 + 2 + 2;
-        for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
-            size += escapedLength(it->key) + 3 + strlen(it->value) + 1 + 2;
-            if (it->comment != nullptr)
-                size += 2 + strlen(it->comment);
-        }
-    }
+    // Measuring pass, one allocation of the exact size, writing pass.
+    const size_t size = canonicalSize(root);
     char* text = static_cast<char*>(malloc(size));
     if (text == nullptr)
         return nullptr;
-    // Writing pass, in place.
-    char* out = text;
-    for (const tConfGroup* g = root; g != nullptr; g = g->next) {
-        if (!isWritten(g))
-            continue;
-        *out++ = '[';
-        out = putEscaped(out, g->name);
-        out = putText(out, "]\r\n", 3);
-        for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
-            out = putEscaped(out, it->key);
-            out = putText(out, "=\"", 2);
-            out = putText(out, it->value, strlen(it->value));
-            *out++ = '"';
-            if (it->comment != nullptr) {
-                out = putText(out, "\t;", 2);
-                out = putText(out, it->comment, strlen(it->comment));
-            }
-            out = putText(out, "\r\n", 2);
-        }
-        out = putText(out, "\r\n", 2);
-    }
-    *out = '\0';
+    MemoryOut out(text);
+    render(root, out);
+    *out.end() = '\0';
     return text;
 }
 
@@ -538,16 +725,9 @@ tConfGroup* mCONF_FileRead(const char* path)
 
 int mCONF_FileWrite(tConfGroup* root, const char* path)
 {
-    char* text = mCONF_BufWrite(root);
-    if (text == nullptr)
-        return -1;
-    int result;
     if (path == nullptr) {
         vFILE_Errno = MFILE_ERR_OPEN;
-        result = -1;
-    } else {
-        result = replaceFile(path, text, strlen(text));
+        return -1;
     }
-    free(text);
-    return result;
+    return replaceFile(root, path);
 }

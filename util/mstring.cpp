@@ -12,6 +12,20 @@ namespace {
 
 inline bool isLineEnd(char c) { return c == '\r' || c == '\n'; }
 
+// CR, LF and NUL, by table: the line readers' inner loop.
+struct LineEndTable {
+    bool of[256] = {};
+    constexpr LineEndTable()
+    {
+        of[0] = true;
+        of[static_cast<unsigned char>('\r')] = true;
+        of[static_cast<unsigned char>('\n')] = true;
+    }
+};
+constexpr LineEndTable kLineEnds;
+
+inline bool isLineEndOrNul(char c) { return kLineEnds.of[static_cast<unsigned char>(c)]; }
+
 inline int fold(char c) { return toupper(static_cast<unsigned char>(c)); }
 
 inline bool equalFolded(const char* a, const char* b)
@@ -117,30 +131,38 @@ char* strgets(const char* src, char* dst, int size)
 {
     if (src == nullptr || *src == '\0')
         return nullptr;
-    int stored = 0;
     // A line is complete at a run of line ends once it has had an ordinary
     // byte. With a destination that is the same as "a byte was stored"; with
     // a null dst or a size below 1 the bytes are counted though not stored,
     // so the reader still steps line by line instead of swallowing the text.
-    bool hadByte = false;
     const char* p = src;
+    size_t stored = 0;
+    const size_t room = dst != nullptr && size > 0 ? static_cast<size_t>(size) : 0;
     for (;;) {
-        const char c = *p;
-        if (c == '\0')
-            break;
-        if (isLineEnd(c)) {
+        // Leading line ends are skipped; then the line runs to the next CR,
+        // LF or the NUL.
+        while (isLineEnd(*p))
+            ++p;
+        // The scan stays within this line: library calls such as strcspn may
+        // look at the whole rest of the text (sanitizers' string checks do),
+        // which over a large text would cost time for every line.
+        const char* end = p;
+        while (!isLineEndOrNul(*end))
+            ++end;
+        const size_t n = static_cast<size_t>(end - p);
+        if (n > 0) {
+            stored = n < room ? n : room;
+            if (stored > 0)
+                memcpy(dst, p, stored);
+            p += n;
             while (isLineEnd(*p))
                 ++p;
-            if (hadByte)
-                break;
-            continue;
+            break;
         }
-        if (dst != nullptr && stored < size)
-            dst[stored++] = c;
-        hadByte = true;
-        ++p;
+        if (*p == '\0')
+            break; // nothing but line ends were left
     }
-    if (dst != nullptr && stored < size)
+    if (dst != nullptr && static_cast<int>(stored) < size)
         dst[stored] = '\0';
     return const_cast<char*>(p);
 }
