@@ -556,6 +556,150 @@ int replaceFile(tConfGroup* root, const char* path)
     return 0;
 }
 
+// ---- Reader ---------------------------------------------------------------
+
+// Builds a store from lines as mCONF_BufRead defines it: heads select (and
+// make) the current group, items go to it, anything else is skipped.
+//
+// Items are stored a few lines behind the parse: each parsed item asks for
+// its slot of the group's key table at once, and by the time it is stored
+// the slot has come in from memory. Every queued item belongs to the current
+// group, as a head empties the queue first, so the store sees the same calls
+// in the same order.
+class StoreReader {
+public:
+    StoreReader()
+        : root_(mCONF_New()), queue_(new (std::nothrow) ParsedLine[kAhead]),
+          depth_(queue_ != nullptr ? kAhead : 1), ring_(queue_ != nullptr ? queue_ : &single_), group_(root_)
+    {
+        current_.finish();
+    }
+    ~StoreReader()
+    {
+        delete[] queue_;
+        mCONF_Free(root_);
+    }
+    StoreReader(const StoreReader&) = delete;
+    StoreReader& operator=(const StoreReader&) = delete;
+
+    bool ready() const { return root_ != nullptr; }
+
+    // One line: no line end, NUL-terminated, at most 255 bytes.
+    void line(const char* text)
+    {
+        while (isBlank(*text))
+            ++text;
+        ParsedLine& parsed = ring_[(first_ + queued_) % depth_];
+        parsed.clear();
+        const int kind = parseLine(text, equals_, true, parsed);
+        if (kind == 0) {
+            current_ = parsed.key;
+            storeQueued();
+            group_ = confAddGroupN(root_, current_.text, current_.len);
+        } else if (kind == 1) {
+            if (group_ != nullptr)
+                parsed.hashed = confPrefetchItem(group_, parsed.key.text, parsed.key.len, &parsed.keyHash);
+            if (++queued_ == depth_) {
+                store(ring_[first_]);
+                first_ = (first_ + 1) % depth_;
+                --queued_;
+            }
+        }
+    }
+
+    // The store, which the caller then owns.
+    tConfGroup* finish()
+    {
+        storeQueued();
+        tConfGroup* root = root_;
+        root_ = nullptr;
+        return root;
+    }
+
+private:
+    static constexpr size_t kAhead = 8;
+
+    void store(const ParsedLine& item)
+    {
+        const char* comment = item.hasComment ? item.comment.text : nullptr;
+        if (group_ != nullptr)
+            confAddItemN(group_, item.key.text, item.key.len, item.value.text, item.value.len, comment,
+                         item.comment.len, item.hashed ? &item.keyHash : nullptr);
+        else // the group could not be made: try again by its name
+            mCONF_SetValue(root_, current_.text, item.key.text, item.value.text, comment);
+    }
+    void storeQueued()
+    {
+        for (; queued_ > 0; --queued_, first_ = (first_ + 1) % depth_)
+            store(ring_[first_]);
+    }
+
+    tConfGroup* root_;
+    ParsedLine single_;
+    ParsedLine* queue_;
+    size_t depth_;
+    ParsedLine* ring_;
+    size_t first_ = 0;
+    size_t queued_ = 0;
+    Field current_;        // the current group's name
+    tConfGroup* group_;    // and its node (null if it could not be made)
+    const SeparatorSet equals_{"="};
+};
+
+// Cuts a text that comes in blocks into the lines that strgets would give:
+// a run of CR and LF ends a line, lines are cut at 255 bytes, and the text
+// ends at its first NUL.
+class LineFeeder {
+public:
+    explicit LineFeeder(StoreReader& reader) : reader_(reader) {}
+
+    void feed(const char* p, size_t n)
+    {
+        const char* const end = p + n;
+        while (p < end && !ended_) {
+            const char* e = p;
+            while (e < end && !isLineEnd(*e))
+                ++e;
+            if (e > p) {
+                const size_t run = static_cast<size_t>(e - p);
+                const size_t room = static_cast<size_t>(kLineMax) - len_;
+                memcpy(line_ + len_, p, run < room ? run : room);
+                len_ += run < room ? run : room;
+                hadByte_ = true;
+            }
+            if (e == end)
+                return; // the line goes on in the next block
+            if (*e == '\0')
+                ended_ = true;
+            emit();
+            p = e + 1;
+        }
+    }
+
+    void finish()
+    {
+        if (!ended_)
+            emit();
+    }
+
+private:
+    void emit()
+    {
+        if (hadByte_) {
+            line_[len_] = '\0';
+            reader_.line(line_);
+        }
+        len_ = 0;
+        hadByte_ = false;
+    }
+
+    StoreReader& reader_;
+    char line_[kLineMax + 1];
+    size_t len_ = 0;
+    bool hadByte_ = false;
+    bool ended_ = false;
+};
+
 } // namespace
 
 int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, const char* separators)
@@ -595,67 +739,15 @@ int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, 
 
 tConfGroup* mCONF_BufRead(const char* text)
 {
-    tConfGroup* root = mCONF_New();
-    if (root == nullptr)
+    StoreReader reader;
+    if (!reader.ready())
         return nullptr;
     char line[kLineMax + 1];
     // strgets leaves a full line of 255 bytes unterminated: this byte ends it.
     line[kLineMax] = '\0';
-    // The current group is remembered by name (for the rare case that it
-    // could not be made) and by node.
-    Field current;
-    current.finish();
-    tConfGroup* group = root;
-    const SeparatorSet equals("=");
-
-    // Items are stored a few lines behind the parse: each parsed item asks
-    // for its slot of the group's key table at once, and by the time it is
-    // stored the slot has come in from memory. Every item in the queue
-    // belongs to the current group, as a head empties the queue first; the
-    // store sees the same calls in the same order.
-    constexpr size_t kAhead = 8;
-    ParsedLine single;
-    ParsedLine* queue = new (std::nothrow) ParsedLine[kAhead];
-    const size_t depth = queue != nullptr ? kAhead : 1;
-    ParsedLine* ring = queue != nullptr ? queue : &single;
-    size_t first = 0, queued = 0;
-    auto store = [&](const ParsedLine& item) {
-        const char* comment = item.hasComment ? item.comment.text : nullptr;
-        if (group != nullptr)
-            confAddItemN(group, item.key.text, item.key.len, item.value.text, item.value.len, comment,
-                         item.comment.len, item.hashed ? &item.keyHash : nullptr);
-        else
-            mCONF_SetValue(root, current.text, item.key.text, item.value.text, comment);
-    };
-    auto storeQueued = [&] {
-        for (; queued > 0; --queued, first = (first + 1) % depth)
-            store(ring[first]);
-    };
-
-    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) {
-        const char* p = line;
-        while (isBlank(*p))
-            ++p;
-        ParsedLine& parsed = ring[(first + queued) % depth];
-        parsed.clear();
-        const int kind = parseLine(p, equals, true, parsed);
-        if (kind == 0) {
-            current = parsed.key;
-            storeQueued();
-            group = confAddGroupN(root, current.text, current.len);
-        } else if (kind == 1) {
-            if (group != nullptr)
-                parsed.hashed = confPrefetchItem(group, parsed.key.text, parsed.key.len, &parsed.keyHash);
-            if (++queued == depth) {
-                store(ring[first]);
-                first = (first + 1) % depth;
-                --queued;
-            }
-        }
-    }
-    storeQueued();
-    delete[] queue;
-    return root;
+    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;)
+        reader.line(line);
+    return reader.finish();
 }
 
 tConfGroup* readBuf(const char* text, const char* groupName)
@@ -698,29 +790,59 @@ char* mCONF_BufWrite(tConfGroup* root)
 
 tConfGroup* mCONF_FileRead(const char* path)
 {
+    // The file is read in blocks and fed to the reader as it comes, rather
+    // than whole into one buffer: the lines, and so the store, are the same,
+    // and the text never has to fit in memory beside the store.
     struct stat st;
     if (path == nullptr || stat(path, &st) != 0) {
         vFILE_Errno = MFILE_ERR_OPEN;
         return nullptr;
     }
-    // The read goes through a 32-bit length.
+    // Sizes are 32-bit in this library.
     if (st.st_size >= INT32_MAX) {
         vFILE_Errno = MFILE_ERR_NOMEM;
         return nullptr;
     }
-    const int size = static_cast<int>(st.st_size);
-    char* buffer = static_cast<char*>(calloc(static_cast<size_t>(size) + 1, 1));
-    if (buffer == nullptr) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        vFILE_Errno = MFILE_ERR_OPEN;
+        return nullptr;
+    }
+    // As mFILE_Read: what the file holds now, but no more than at the stat.
+    off_t left = st.st_size;
+    struct stat now;
+    if (fstat(fd, &now) == 0 && now.st_size < left)
+        left = now.st_size;
+
+    StoreReader reader;
+    constexpr size_t kBlock = 64 * 1024;
+    char* block = static_cast<char*>(malloc(kBlock));
+    if (!reader.ready() || block == nullptr) {
+        free(block);
+        close(fd);
         vFILE_Errno = MFILE_ERR_NOMEM;
         return nullptr;
     }
-    if (mFILE_Read(path, buffer, size) < 0) {
-        free(buffer);
-        return nullptr;
+    LineFeeder feeder(reader);
+    while (left > 0) {
+        const size_t want = left < static_cast<off_t>(kBlock) ? static_cast<size_t>(left) : kBlock;
+        const ssize_t n = read(fd, block, want);
+        if (n < 1) {
+            // A file that shrank or cannot be read: no store.
+            free(block);
+            close(fd);
+            mCONF_Free(reader.finish());
+            vFILE_Errno = MFILE_ERR_IO;
+            return nullptr;
+        }
+        feeder.feed(block, static_cast<size_t>(n));
+        left -= n;
     }
-    tConfGroup* root = mCONF_BufRead(buffer);
-    free(buffer);
-    return root;
+    free(block);
+    close(fd);
+    feeder.finish();
+    vFILE_Errno = MFILE_OK;
+    return reader.finish();
 }
 
 int mCONF_FileWrite(tConfGroup* root, const char* path)

@@ -10,6 +10,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <random>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -71,6 +73,70 @@ TEST(ConfFileRead, MissingUnreadableAndEmpty)
     EXPECT_EQ(root->next, nullptr);
     EXPECT_EQ(root->items, nullptr);
     mCONF_Free(root);
+}
+
+std::string canonical(tConfGroup* root)
+{
+    char* t = mCONF_BufWrite(root);
+    std::string s = t != nullptr ? t : "";
+    free(t);
+    return s;
+}
+
+// The file is read in blocks; whatever falls on a block's edge (a line, a
+// CR LF pair, a line longer than 255 bytes, a NUL) must read as the same
+// text does in memory.
+TEST(ConfFileRead, BlockEdgesReadLikeTheText)
+{
+    TempDir dir;
+    std::mt19937 rng(99);
+    const char* const ends[] = {"\n", "\r\n", "\r", "\n\r", "\n\n\r\n"};
+    for (int round = 0; round < 8; ++round) {
+        std::string text;
+        int g = 0;
+        while (text.size() < 300 * 1024) {
+            if (rng() % 8 == 0)
+                text += "[g" + std::to_string(g++) + "]";
+            else if (rng() % 16 == 0)
+                text += "long=\"" + std::string(200 + rng() % 300, 'x') + "\" ;tail";
+            else
+                text += "k" + std::to_string(rng() % 5000) + " = v" + std::to_string(rng()) + " ; c";
+            text += ends[rng() % 5];
+        }
+        // A NUL ends the text: what follows it is not read, by either.
+        if (round % 2 == 1)
+            text.insert(text.size() / 2 + round, 1, '\0');
+        const std::string f = dir.file("blocks" + std::to_string(round));
+        ASSERT_TRUE(writeFile(f, text));
+        tConfGroup* fromText = mCONF_BufRead(text.c_str());
+        tConfGroup* fromFile = mCONF_FileRead(f.c_str());
+        ASSERT_NE(fromFile, nullptr);
+        EXPECT_EQ(vFILE_Errno, 0);
+        EXPECT_EQ(canonical(fromFile), canonical(fromText)) << "round " << round;
+        mCONF_Free(fromText);
+        mCONF_Free(fromFile);
+    }
+    // Every kind of line end exactly on the 64 KB edge.
+    for (const char* end : ends) {
+        for (int shift = -3; shift <= 3; ++shift) {
+            std::string text = "[g]\n";
+            while (text.size() < static_cast<size_t>(65536 + shift - 10))
+                text += "a=1\n";
+            text.resize(static_cast<size_t>(65536 + shift) - 4, 'z');
+            text += "=2";
+            text += end;
+            text += "b=3";
+            text += end;
+            const std::string f = dir.file("edge");
+            ASSERT_TRUE(writeFile(f, text));
+            tConfGroup* fromText = mCONF_BufRead(text.c_str());
+            tConfGroup* fromFile = mCONF_FileRead(f.c_str());
+            ASSERT_NE(fromFile, nullptr);
+            EXPECT_EQ(canonical(fromFile), canonical(fromText)) << "shift " << shift;
+            mCONF_Free(fromText);
+            mCONF_Free(fromFile);
+        }
+    }
 }
 
 TEST(ConfFileRead, UnreadableFileForAnotherUser)
