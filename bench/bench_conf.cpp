@@ -17,6 +17,10 @@
 //   ShellEdit    the built vxShell -f as a process; peak memory from wait4
 //   GitConfig    git config -f setting the same value, as a process
 // Each iteration starts from a fresh copy of the original file (untimed).
+// Counters: bytes_per_second, ns_per_item (wall time per item of the file),
+// cpu_ns_per_item (thread CPU time, Parse and Render), peak_MB and
+// peak_x_file (peak resident memory of the process runs, and its ratio to
+// the file size).
 #include "mconf.h"
 #include "mfile.h"
 
@@ -27,8 +31,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <ftw.h>
+#include <malloc.h>
 #include <random>
 #include <string>
 #include <sys/resource.h>
@@ -56,6 +62,15 @@ using Clock = std::chrono::steady_clock;
 double secondsSince(Clock::time_point t0)
 {
     return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+// CPU time of this thread: the pure computing benchmarks also report it, as
+// the machine may be shared and wall time then counts the neighbours too.
+double threadCpuSeconds()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
 bool writeText(const std::string& path, const std::string& text)
@@ -216,12 +231,14 @@ int measureMain(int argc, char** argv)
 
 // ---- Benchmarks ----------------------------------------------------------------
 
-void setRates(benchmark::State& state, const BenchFile& f, double seconds)
+void setRates(benchmark::State& state, const BenchFile& f, double seconds, double cpuSeconds = -1)
 {
+    const double perItem = 1e9 / (static_cast<double>(state.iterations()) * static_cast<double>(f.items));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(f.bytes));
     state.counters["items"] = static_cast<double>(f.items);
-    state.counters["ns_per_item"] =
-        seconds * 1e9 / (static_cast<double>(state.iterations()) * static_cast<double>(f.items));
+    state.counters["ns_per_item"] = seconds * perItem;
+    if (cpuSeconds >= 0)
+        state.counters["cpu_ns_per_item"] = cpuSeconds * perItem;
 }
 
 // The value alternates between two texts of one length.
@@ -254,32 +271,36 @@ void BM_Edit(benchmark::State& state, const BenchFile* f)
 void BM_Parse(benchmark::State& state, const BenchFile* f)
 {
     const std::string text = readText(f->original);
-    double total = 0;
+    double total = 0, cpu = 0;
     for (auto _ : state) {
+        const double c0 = threadCpuSeconds();
         const Clock::time_point t0 = Clock::now();
         tConfGroup* root = mCONF_BufRead(text.c_str());
         mCONF_Free(root);
         const double s = secondsSince(t0);
+        cpu += threadCpuSeconds() - c0;
         state.SetIterationTime(s);
         total += s;
     }
-    setRates(state, *f, total);
+    setRates(state, *f, total, cpu);
 }
 
 void BM_Render(benchmark::State& state, const BenchFile* f)
 {
     tConfGroup* root = mCONF_FileRead(f->original.c_str());
-    double total = 0;
+    double total = 0, cpu = 0;
     for (auto _ : state) {
+        const double c0 = threadCpuSeconds();
         const Clock::time_point t0 = Clock::now();
         char* text = mCONF_BufWrite(root);
         free(text);
         const double s = secondsSince(t0);
+        cpu += threadCpuSeconds() - c0;
         state.SetIterationTime(s);
         total += s;
     }
     mCONF_Free(root);
-    setRates(state, *f, total);
+    setRates(state, *f, total, cpu);
 }
 
 void BM_Read(benchmark::State& state, const BenchFile* f)
@@ -377,6 +398,11 @@ int main(int argc, char** argv)
 {
     if (argc > 1 && strcmp(argv[1], "--measure") == 0)
         return measureMain(argc, argv);
+    // Blocks from 256 KB on are mapped and unmapped each time, as in a fresh
+    // process: otherwise the allocator's moving threshold would let some
+    // sizes reuse warm memory from the previous iteration and others not.
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+
     const char* tmp = getenv("TMPDIR");
     std::string tmpl = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/vxbenchXXXXXX";
     if (mkdtemp(&tmpl[0]) == nullptr) {

@@ -212,7 +212,7 @@ const char* itemKey(void* node) { return static_cast<tConfItem*>(node)->key; }
 const char* groupName(void* node) { return static_cast<tConfGroup*>(node)->name; }
 
 // Bump allocation from chunks that are only freed all at once. Chunks grow
-// from 4 KB to 2 MB, so a small store stays small and a large one is made of
+// from 4 KB to 2 MB (4, 16, 64, 256 KB, 1, 2 MB), so a small store stays small and a large one is made of
 // huge pages (see bigAlloc); a block larger than a quarter chunk gets a
 // chunk of its own behind the current one.
 class Arena {
@@ -241,8 +241,10 @@ public:
                 return nullptr;
             c->next = head_;
             head_ = c;
+            // Quadrupling: a store that is going to be large soon takes whole
+            // huge pages.
             if (nextSize_ < kMaxChunk)
-                nextSize_ *= 2;
+                nextSize_ = nextSize_ * 4 < kMaxChunk ? nextSize_ * 4 : kMaxChunk;
         }
         void* p = reinterpret_cast<char*>(head_) + head_->used;
         head_->used += n;
