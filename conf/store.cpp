@@ -100,11 +100,15 @@ struct HashTable {
     size_t nodeCap = 0;
 };
 
-// A fast hash of short texts: eight bytes at a time, mixed by multiplication.
-inline uint64_t mix(uint64_t a, uint64_t b)
+// A fast hash of short texts: eight bytes at a time, mixed by 64-bit
+// multiplication and shifts (plain 64-bit arithmetic, also on 32-bit CPUs).
+inline uint64_t mix(uint64_t h, uint64_t w)
 {
-    const __uint128_t r = static_cast<__uint128_t>(a ^ 0xa0761d6478bd642full) * (b ^ 0xe7037ed1a0b428dbull);
-    return static_cast<uint64_t>(r) ^ static_cast<uint64_t>(r >> 64);
+    h ^= w * 0x9e3779b97f4a7c15ull;
+    h ^= h >> 32;
+    h *= 0xd6e8feb86659fd93ull;
+    h ^= h >> 29;
+    return h;
 }
 
 uint32_t hashText(const char* s, size_t n)

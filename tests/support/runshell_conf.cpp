@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -211,6 +212,29 @@ std::string stripTimestamp(const std::string& line)
         line[13] == ']' && line[14] == ' ')
         return line.substr(15);
     return line;
+}
+
+std::string canonicalText(tConfGroup* root)
+{
+    char* text = mCONF_BufWrite(root);
+    std::string s = text != nullptr ? text : "";
+    free(text);
+    return s;
+}
+
+std::string visible(const std::string& bytes)
+{
+    std::string v;
+    for (const unsigned char c : bytes) {
+        char hex[8];
+        if (c == '\r' || c == '\n' || c == '\t')
+            v += c == '\r' ? "\\r" : c == '\n' ? "\\n\n" : "\\t";
+        else if (c < 0x20 || c >= 0x7f)
+            v += (snprintf(hex, sizeof hex, "\\x%02x", c), hex);
+        else
+            v += static_cast<char>(c);
+    }
+    return v;
 }
 
 } // namespace confsupport

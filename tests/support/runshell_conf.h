@@ -4,6 +4,8 @@
 #ifndef VX_TESTS_RUNSHELL_CONF_H
 #define VX_TESTS_RUNSHELL_CONF_H
 
+#include "mconf.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -51,6 +53,13 @@ pid_t spawnQuiet(const std::vector<std::string>& argv, const std::string& cwd = 
 // The line without its "[hh:mm:ss.mmm] " prefix; the line unchanged if it
 // has none.
 std::string stripTimestamp(const std::string& line);
+
+// mCONF_BufWrite of the store as a string ("" for a failure).
+std::string canonicalText(tConfGroup* root);
+
+// The bytes with CR, LF, tab and other control bytes shown as escapes, so
+// that a failed comparison of texts can be read.
+std::string visible(const std::string& bytes);
 
 } // namespace confsupport
 
