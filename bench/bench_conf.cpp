@@ -398,10 +398,14 @@ int main(int argc, char** argv)
 {
     if (argc > 1 && strcmp(argv[1], "--measure") == 0)
         return measureMain(argc, argv);
-    // Blocks from 256 KB on are mapped and unmapped each time, as in a fresh
-    // process: otherwise the allocator's moving threshold would let some
-    // sizes reuse warm memory from the previous iteration and others not.
+    // Every iteration gets cold memory, as a fresh process does: blocks from
+    // 256 KB on are mapped and unmapped each time, and freed heap memory goes
+    // back at once. Otherwise the allocator's moving thresholds would let
+    // some sizes reuse warm memory from the previous iteration and others
+    // not, and the time per item would compare unlike things.
     mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 0);
+    mallopt(M_TOP_PAD, 0);
 
     const char* tmp = getenv("TMPDIR");
     std::string tmpl = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/vxbenchXXXXXX";

@@ -216,7 +216,7 @@ const char* itemKey(void* node) { return static_cast<tConfItem*>(node)->key; }
 const char* groupName(void* node) { return static_cast<tConfGroup*>(node)->name; }
 
 // Bump allocation from chunks that are only freed all at once. Chunks grow
-// from 4 KB to 2 MB (4, 16, 64, 256 KB, 1, 2 MB), so a small store stays small and a large one is made of
+// from 4 KB to 2 MB (4, 16, 64 KB, then 2 MB), so a small store stays small and a large one is made of
 // huge pages (see bigAlloc); a block larger than a quarter chunk gets a
 // chunk of its own behind the current one.
 class Arena {
@@ -245,10 +245,10 @@ public:
                 return nullptr;
             c->next = head_;
             head_ = c;
-            // Quadrupling: a store that is going to be large soon takes whole
-            // huge pages.
+            // Quadrupling up to 64 KB, then whole huge pages: a store that
+            // outgrows a few small chunks is likely to grow large.
             if (nextSize_ < kMaxChunk)
-                nextSize_ = nextSize_ * 4 < kMaxChunk ? nextSize_ * 4 : kMaxChunk;
+                nextSize_ = nextSize_ < 64 * 1024 ? nextSize_ * 4 : kMaxChunk;
         }
         void* p = reinterpret_cast<char*>(head_) + head_->used;
         head_->used += n;
