@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -851,5 +852,11 @@ int mCONF_FileWrite(tConfGroup* root, const char* path)
         vFILE_Errno = MFILE_ERR_OPEN;
         return -1;
     }
-    return replaceFile(root, path);
+    // The path handling builds strings; running out of memory there is a
+    // failed write like any other, not an exception for the caller.
+    try {
+        return replaceFile(root, path);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
 }
