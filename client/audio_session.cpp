@@ -62,13 +62,19 @@ int sendTotal(const char* fn, int sock, tTotalReq& req, const char* remote_ip)
     VX_RETURN_STRICT_FN(fn, Send2VoxalisByApp(sock,&req,sizeof(req),&resp));
 }
 
+// The codec forms whose range ends at codec_iLBC.
+int sendCodecUpToIlbc(const char* fn, int sock, int channel, int reqNo, int codec, int payloadType)
+{
+    VX_CHECK_FN(fn, codec>=codec_G711a, VX_ERR_ARGUMENT);
+    VX_CHECK_FN(fn, codec<=codec_iLBC, VX_ERR_ARGUMENT);
+    return sendCodec(fn, sock, channel, reqNo, codec, payloadType);
+}
+
 } // namespace
 
 int setAudioCodec(int sock, int channel, int codec)
 {
-    VX_CHECK(codec>=codec_G711a, VX_ERR_ARGUMENT);
-    VX_CHECK(codec<=codec_iLBC, VX_ERR_ARGUMENT);
-    return sendCodec(__func__, sock, channel, 19, codec, -1);
+    return sendCodecUpToIlbc(__func__, sock, channel, 19, codec, -1);
 }
 
 int setAudioCodec(int sock, int channel, int codec, int payloadType)
@@ -80,16 +86,12 @@ int setAudioCodec(int sock, int channel, int codec, int payloadType)
 
 int set2ndAudioCodec(int sock, int channel, int codec)
 {
-    VX_CHECK(codec>=codec_G711a, VX_ERR_ARGUMENT);
-    VX_CHECK(codec<=codec_iLBC, VX_ERR_ARGUMENT);
-    return sendCodec(__func__, sock, channel, 36, codec, -1);
+    return sendCodecUpToIlbc(__func__, sock, channel, 36, codec, -1);
 }
 
 int set2ndAudioCodec(int sock, int channel, int codec, int payloadType)
 {
-    VX_CHECK(codec>=codec_G711a, VX_ERR_ARGUMENT);
-    VX_CHECK(codec<=codec_iLBC, VX_ERR_ARGUMENT);
-    return sendCodec(__func__, sock, channel, 36, codec, payloadType);
+    return sendCodecUpToIlbc(__func__, sock, channel, 36, codec, payloadType);
 }
 
 int setAduioNob(int sock, int channel, int nob) { return vxSendWord(__func__, sock, channel, 34, nob); }

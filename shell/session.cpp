@@ -145,7 +145,7 @@ void StopRecording()
 // before the thread runs stays pending and is taken by its first sigwait.
 // Threads inherit the mask, so every thread the shell starts has them
 // blocked. A child process would inherit it across exec as well; commands
-// are therefore started through vxSystem, which gives them the mask the
+// are therefore started through vxRunShellCommand, which gives them the mask the
 // shell itself was started with.
 
 namespace {
@@ -319,37 +319,10 @@ void signal_callback_handler(int sigNum)
 
 void vxInstallSignalHandling() { std::call_once(g_installOnce, installSignalHandling); }
 
-int vxSystem(const char* command)
+void vxChildSignalMask(sigset_t* mask)
 {
-    if (command == nullptr)
-        return access("/bin/sh", X_OK) == 0 ? 1 : 0;
-    sigset_t childMask;
     if (g_startMaskSaved.load())
-        childMask = g_startMask;
+        *mask = g_startMask;
     else
-        pthread_sigmask(SIG_SETMASK, nullptr, &childMask);
-    sigset_t defaults = shutdownSignals();
-
-    posix_spawnattr_t attr;
-    if (posix_spawnattr_init(&attr) != 0)
-        return -1;
-    posix_spawnattr_setsigmask(&attr, &childMask);
-    posix_spawnattr_setsigdefault(&attr, &defaults);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    char sh[] = "sh";
-    char dashC[] = "-c";
-    char* const argv[] = {sh, dashC, const_cast<char*>(command), nullptr};
-    pid_t pid = -1;
-    const int rc = posix_spawn(&pid, "/bin/sh", nullptr, &attr, argv, environ);
-    posix_spawnattr_destroy(&attr);
-    if (rc != 0) {
-        errno = rc;
-        return -1;
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    return status;
+        pthread_sigmask(SIG_SETMASK, nullptr, mask);
 }

@@ -3,6 +3,8 @@
 #ifndef VX_SHELL_SESSION_H
 #define VX_SHELL_SESSION_H
 
+#include <csignal>
+
 void RegistApplication();
 void UnregistApplication();
 void StartRtpSession();
@@ -23,14 +25,9 @@ void StopRecording();
 // nothing.
 void vxInstallSignalHandling();
 
-// Runs command with /bin/sh -c as system() does and returns its wait status
-// (-1 when no child could be started; for a null command, whether a shell is
-// there). The child gets the signal mask the shell was started with and the
-// four signals at their default action: a plain system() would hand on the
-// mask of the calling thread, in which the shell blocks them, and the command
-// could then be neither interrupted nor terminated. Every command the shell
-// starts goes through here.
-int vxSystem(const char* command);
+// The signal mask a child process should start with: the one the shell
+// started with, before the shutdown signals were blocked.
+void vxChildSignalMask(sigset_t* mask);
 
 // Taken by whichever ends the process first, main's common end or the
 // signal handler, so that exit never runs twice at once.

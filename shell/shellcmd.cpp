@@ -3,6 +3,7 @@
 #include "shellcmd.h"
 
 #include "mlog.h"
+#include "session.h"
 
 #include <cerrno>
 #include <csignal>
@@ -26,13 +27,13 @@ int vxRunShellCommand(const char* cmd)
     posix_spawnattr_t attr;
     if (posix_spawnattr_init(&attr) != 0)
         return -1;
-    sigset_t none;
-    sigemptyset(&none);
+    sigset_t startMask;
+    vxChildSignalMask(&startMask);
     sigset_t defaults;
     sigemptyset(&defaults);
     for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGPIPE})
         sigaddset(&defaults, sig);
-    posix_spawnattr_setsigmask(&attr, &none);
+    posix_spawnattr_setsigmask(&attr, &startMask);
     posix_spawnattr_setsigdefault(&attr, &defaults);
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 

@@ -9,8 +9,9 @@
 
 #include <cstdint>
 
-// Runs `cmd` with /bin/sh -f -c (pathname expansion off) and waits for it. The child starts with an
-// empty signal mask and default actions for the four shutdown signals,
+// Runs `cmd` with /bin/sh -f -c (pathname expansion off) and waits for it.
+// The child starts with the signal mask the shell started with and default
+// actions for the four shutdown signals,
 // which every thread of the shell keeps blocked. Returns the wait status,
 // or -1 when the shell could not be started. stdout is flushed first so
 // that the command's output follows the log lines before it.

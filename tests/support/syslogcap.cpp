@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -78,17 +80,41 @@ SyslogCapture::SyslogCapture()
     chmod(kDevLog, 0666);
     int size = 4 << 20;
     setsockopt(sock_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    if (pipe2(stopPipe_, O_CLOEXEC) == 0)
+        thread_ = std::thread([this] { pump(); });
 }
 
 SyslogCapture::~SyslogCapture()
 {
+    if (thread_.joinable()) {
+        const char c = 'x';
+        if (write(stopPipe_[1], &c, 1) != 1) {
+        }
+        thread_.join();
+    }
+    for (int fd : stopPipe_)
+        if (fd >= 0)
+            close(fd);
     if (sock_ >= 0) {
         close(sock_);
         unlink(kDevLog);
     }
 }
 
-void SyslogCapture::drain()
+void SyslogCapture::pump()
+{
+    for (;;) {
+        struct pollfd fds[2] = {{sock_, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0 && errno != EINTR)
+            return;
+        if (fds[1].revents)
+            return;
+        std::lock_guard<std::mutex> l(mu_);
+        drainLocked();
+    }
+}
+
+void SyslogCapture::drainLocked()
 {
     if (sock_ < 0)
         return;
@@ -103,13 +129,15 @@ void SyslogCapture::drain()
 
 std::vector<LogLine> SyslogCapture::lines()
 {
-    drain();
+    std::lock_guard<std::mutex> l(mu_);
+    drainLocked();
     return got_;
 }
 
 std::vector<std::string> SyslogCapture::texts()
 {
-    drain();
+    std::lock_guard<std::mutex> l(mu_);
+    drainLocked();
     std::vector<std::string> t;
     for (const auto& l : got_)
         t.push_back(l.text);
@@ -120,9 +148,12 @@ bool SyslogCapture::waitFor(size_t n, int timeoutMs)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     for (;;) {
-        drain();
-        if (got_.size() >= n)
-            return true;
+        {
+            std::lock_guard<std::mutex> l(mu_);
+            drainLocked();
+            if (got_.size() >= n)
+                return true;
+        }
         if (std::chrono::steady_clock::now() > deadline)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -131,6 +162,7 @@ bool SyslogCapture::waitFor(size_t n, int timeoutMs)
 
 void SyslogCapture::clear()
 {
-    drain();
+    std::lock_guard<std::mutex> l(mu_);
+    drainLocked();
     got_.clear();
 }

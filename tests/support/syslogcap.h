@@ -3,7 +3,10 @@
 #ifndef VX_TEST_SYSLOGCAP_H
 #define VX_TEST_SYSLOGCAP_H
 
+#include <atomic>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 struct LogLine {
@@ -35,9 +38,17 @@ public:
     void clear();
 
 private:
-    void drain();
+    // Reads every queued line; the caller holds mu_.
+    void drainLocked();
+    // The socket queue of a local datagram socket holds only a few lines
+    // (net.unix.max_dgram_qlen), and a full queue blocks syslog(): a thread
+    // keeps emptying it while the test runs.
+    void pump();
     int sock_ = -1;
+    int stopPipe_[2] = {-1, -1};
+    std::mutex mu_;
     std::vector<LogLine> got_;
+    std::thread thread_;
 };
 
 #define REQUIRE_SYSLOG(cap)                                                          \

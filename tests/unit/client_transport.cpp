@@ -368,3 +368,13 @@ TEST_F(ClientTest, TwoThreadsWaitingOnOneSocketEachGetTheirOwnAnswer)
     b.join();
     EXPECT_EQ(wrong.load(), 0);
 }
+
+TEST_F(ClientTest, ManyLogLinesInARowNeverBlockTheCaller)
+{
+    REQUIRE_SYSLOG(*log);
+    // More lines than a local datagram queue holds, without reading between.
+    for (int i = 0; i < 60; ++i)
+        EXPECT_EQ(checkPort(i), 0);
+    EXPECT_TRUE(log->waitFor(60));
+    EXPECT_EQ(log->texts().size(), 60u);
+}

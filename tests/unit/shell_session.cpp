@@ -5,6 +5,7 @@
 #include "params.h"
 #include "proc.h"
 #include "session.h"
+#include "shellcmd.h"
 
 #include <csignal>
 #include <cstdio>
@@ -63,24 +64,24 @@ TEST_F(ShellSignals, CommandsStartWithTheSignalsUnblocked)
     EXPECT_EXIT(
         {
             vxInstallSignalHandling();
-            // A plain system() hands on the blocked mask; vxSystem must not.
+            // A plain system() hands on the blocked mask; vxRunShellCommand must not.
             const long viaSystem = childMasks([](const char* c) { return system(c); });
-            const long viaVxSystem = childMasks(vxSystem);
-            fprintf(stderr, "system %ld vxSystem %ld\n", viaSystem, viaVxSystem);
-            _exit(viaSystem > 0 && viaVxSystem == 0 ? 0 : 1);
+            const long viaRunner = childMasks(vxRunShellCommand);
+            fprintf(stderr, "system %ld runner %ld\n", viaSystem, viaRunner);
+            _exit(viaSystem > 0 && viaRunner == 0 ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ShellSignals, VxSystemReturnsTheWaitStatus)
+TEST_F(ShellSignals, ShellCommandReturnsTheWaitStatus)
 {
-    int status = vxSystem("exit 3");
+    int status = vxRunShellCommand("exit 3");
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 3);
-    status = vxSystem("kill -TERM $$");
+    status = vxRunShellCommand("kill -TERM $$");
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGTERM);
-    EXPECT_EQ(vxSystem(nullptr), 1);
+    EXPECT_EQ(vxRunShellCommand(nullptr), -1);
 }
 
 TEST_F(ShellSignals, UnknownSignalNumberHasItsOwnLineAndStatus)
@@ -124,7 +125,7 @@ TEST_F(ShellSignals, SignalDuringACommandEndsTheRunWithItsNumber)
         {
             dup2(STDERR_FILENO, STDOUT_FILENO);
             vxInstallSignalHandling();
-            vxSystem("kill -INT $PPID; sleep 2");
+            vxRunShellCommand("kill -INT $PPID; sleep 2");
             _exit(99);
         },
         ::testing::ExitedWithCode(2), ">>> Signal Handler, sigNum:2, SIGINT");
