@@ -5,38 +5,12 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
 #include <poll.h>
 #include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
 extern char** environ;
-
-// Natively nothing. A cross build runs the programs it built under the
-// emulator (VX_EMULATOR, set by tests/CMakeLists.txt as a list of C
-// strings), since the host cannot exec the target's binaries by itself.
-std::vector<std::string> emulatorPrefix(const std::string& program)
-{
-#ifdef VX_EMULATOR
-    static const char* const kEmulator[] = {VX_EMULATOR};
-    const std::string binDir = std::string(VX_BIN_DIR) + "/";
-    if (program.compare(0, binDir.size(), binDir) == 0)
-        return std::vector<std::string>(std::begin(kEmulator), std::end(kEmulator));
-#else
-    (void)program;
-#endif
-    return {};
-}
-
-const char* vxDeathTestStyle()
-{
-#ifdef VX_EMULATOR
-    return "fast";
-#else
-    return "threadsafe";
-#endif
-}
 
 Child::Child(const std::vector<std::string>& argv, const std::vector<std::string>& env)
 {
@@ -56,9 +30,6 @@ Child::Child(const std::vector<std::string>& argv, const std::vector<std::string
     for (const auto& add : env)
         envStore.push_back(add);
     std::vector<char*> av, ev;
-    std::vector<std::string> prefix = argv.empty() ? std::vector<std::string>{} : emulatorPrefix(argv[0]);
-    for (auto& a : prefix)
-        av.push_back(const_cast<char*>(a.c_str()));
     for (const auto& a : argv)
         av.push_back(const_cast<char*>(a.c_str()));
     av.push_back(nullptr);

@@ -50,17 +50,6 @@ private:
 ProcResult runProcess(const std::vector<std::string>& argv, const std::string& input = "",
                       int timeoutMs = 10000, const std::vector<std::string>& env = {});
 
-// What goes before the argv of `program` when it is started: empty, except
-// in a cross build for the programs of VX_BIN_DIR, which then run under the
-// emulator of the target (qemu-user).
-std::vector<std::string> emulatorPrefix(const std::string& program);
-
-// Death-test style for tests that want a fresh process ("threadsafe", which
-// re-executes the test binary); under the emulator of a cross build the
-// binary cannot be executed by the host, so the child is a plain fork there
-// ("fast").
-const char* vxDeathTestStyle();
-
 // Path of a built program: VX_BIN_DIR "/" name.
 std::string binPath(const std::string& name);
 

@@ -1,6 +1,5 @@
 // Test support: vxsim as a child process, and a client socket under /tmp/vx/.
 #include "machinelock.h"
-#include "proc.h"
 #include "simproc.h"
 
 #include <fcntl.h>
@@ -54,10 +53,7 @@ bool isDir(const char* path) {
 // outlives a crashed test and blocks the next one.
 pid_t spawn(const std::vector<std::string>& args, const std::string& outPath,
             const std::string& errPath) {
-  // A cross build starts vxsim under the emulator; empty natively.
-  const std::vector<std::string> prefix = emulatorPrefix(kVxsim);
   std::vector<char*> argv;
-  for (const std::string& a : prefix) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(const_cast<char*>(kVxsim));
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -76,7 +72,7 @@ pid_t spawn(const std::vector<std::string>& args, const std::string& outPath,
   if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
   close(out);
   close(err);
-  execv(argv[0], argv.data());
+  execv(kVxsim, argv.data());
   _exit(127);
 }
 

@@ -1,7 +1,6 @@
 // The command line: option effects, clamps, order rules and the faults that
 // end the process.
 #include "params.h"
-#include "proc.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -158,7 +157,7 @@ using CommandLineDeath = ::testing::Test;
 
 TEST(CommandLineDeath, FaultsEndWithStatusOne)
 {
-    GTEST_FLAG_SET(death_test_style, vxDeathTestStyle());
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     struct {
         std::vector<std::string> args;
         const char* output; // regex on stdout+stderr

@@ -3,7 +3,6 @@
 // child processes get. Each case runs in a child process of its own (death
 // test), since it installs the handling or ends the process.
 #include "params.h"
-#include "proc.h"
 #include "session.h"
 #include "shellcmd.h"
 
@@ -22,7 +21,7 @@ namespace {
 
 class ShellSignals : public ::testing::Test {
 protected:
-    void SetUp() override { GTEST_FLAG_SET(death_test_style, vxDeathTestStyle()); }
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
 // The SigBlk and SigIgn masks that a command started by `run` reports for
