@@ -43,7 +43,8 @@ public:
     }
 
     // Waits until `total` requests have arrived in all.
-    ::testing::AssertionResult waitFor(size_t total, int timeoutMs = 5000)
+    // Generous: under an emulator on a loaded machine the shell starts slowly.
+    ::testing::AssertionResult waitFor(size_t total, int timeoutMs = 15000)
     {
         if (svc.waitFor(total, timeoutMs))
             return ::testing::AssertionSuccess();

@@ -181,6 +181,8 @@ void FakeService::clear()
 void cleanVxDir()
 {
     vxTestMachineLock();
+    mkdir("/tmp/vx", 0777);
+    mkdir("/tmp/vx/tx", 0777);
     const char* dirs[] = {"/tmp/vx/tx", "/tmp/vx"};
     for (const char* dir : dirs) {
         DIR* d = opendir(dir);

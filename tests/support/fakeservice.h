@@ -76,7 +76,7 @@ private:
 };
 
 // Removes every file the tests may leave under /tmp/vx/ (client sockets,
-// side files, saved records) but keeps the directory.
+// side files, saved records); makes /tmp/vx/ and /tmp/vx/tx/ if missing.
 void cleanVxDir();
 
 #endif // VX_TEST_FAKESERVICE_H
