@@ -11,7 +11,8 @@
 # 4. vxShell and vxsim start from that root (under qemu-user for ARM) and
 #    print their usage;
 # 5. a small client compiles with `pkg-config --cflags --libs vxclient`
-#    pointed into the root, with the compiler for ARCH, and runs.
+#    pointed into the root, with the compiler for ARCH, and runs; natively
+#    it also builds through the CMake package (find_package(vxShell)).
 set -euo pipefail
 
 deb=${1:?usage: check-deb.sh PACKAGE.deb ARCH}
@@ -102,9 +103,14 @@ out=$(env -u LD_LIBRARY_PATH "${emulator[@]}" "$usr/bin/vxsim" --help 2>&1) || f
 flags=$(PKG_CONFIG_PATH= PKG_CONFIG_LIBDIR="$usr/lib/pkgconfig" PKG_CONFIG_SYSROOT_DIR="$root" \
         pkg-config --cflags --libs vxclient)
 # shellcheck disable=SC2086 # the flags are words
-"$cxx" -std=c++17 "$here/tests/install/tiny_client.cpp" $flags -o "$root/tiny_client" \
+"$cxx" -std=c++17 "$here/scripts/tiny-client/tiny_client.cpp" $flags -o "$root/tiny_client" \
   || fail "tiny client does not build with: $flags"
 out=$(LD_LIBRARY_PATH="$usr/lib" "${emulator[@]}" "$root/tiny_client" 2>&1) || fail "tiny client: $out"
 [[ "$out" == *"registApplication:-16 unregistApplication:-7"* ]] || fail "tiny client: $out"
+if [ "$arch" = amd64 ]; then
+  cmake -S "$here/scripts/tiny-client" -B "$root/consumer" -DCMAKE_PREFIX_PATH="$usr" >/dev/null \
+    && cmake --build "$root/consumer" >/dev/null || fail "tiny client does not build through find_package(vxShell)"
+  out=$(LD_LIBRARY_PATH="$usr/lib" "$root/consumer/tiny_client" 2>&1) || fail "tiny client (CMake package): $out"
+fi
 
 echo "check-deb: $(basename "$deb"): $(dpkg-deb --field "$deb" Installed-Size) KiB installed, all checks passed"

@@ -1,0 +1,259 @@
+// The shell's parsers and tables: the command line, key tokens and lists,
+// relay datagrams, and the plans of tones and tests. Commands for the system
+// shell and the pauses between key groups are recorded, not run: these
+// definitions take the place of the shell's own.
+#include "keyevent.h"
+#include "params.h"
+#include "playback.h"
+#include "relay.h"
+#include "stress.h"
+#include "vxclient.h"
+#include "vxtest.h"
+
+namespace {
+std::string g_ran, g_paused;
+} // namespace
+
+int vxRunShellCommand(const char* cmd)
+{
+    g_ran += std::string(cmd) + "|";
+    return 0;
+}
+int vxScriptPause(uint32_t ms)
+{
+    g_paused += std::to_string(ms) + " ";
+    return 0;
+}
+
+namespace {
+
+#define I(expr) [] { return std::to_string(expr); }
+#define S(expr) [] { return std::string(expr); }
+
+// The command line from the defaults: what one run parameter (or a sum of
+// them) is afterwards.
+const struct {
+    std::vector<std::string> args;
+    std::string (*value)();
+    std::string want;
+} kOptions[] = {
+    {{"-p", "9100", "-r", "9300"}, I(g_localPort + g_remotePort), "18400"},
+    {{"-r", "9300", "-p", "9100"}, I(g_remotePort), "9200"},
+    {{"-p", "12x", "-c", "2"}, I(g_localPort + g_audioCodec + g_nRepeatCnt), "16"},
+    {{"-a", "0"}, I(g_AudMode), "1"},
+    {{"-a", "12"}, I(g_AudMode), "1"},
+    {{"-a", "1", "-V", "7"}, I(g_nVolumeIndex), "7"},
+    {{"-a", "1", "-V", "8"}, I(g_nVolumeIndex), "5"},
+    {{"-V", "15"}, I(g_nVolumeIndex), "15"},
+    {{"-V", "16", "-a", "1"}, I(g_nVolumeIndex), "7"},
+    {{"-t", "10"}, I(g_nToneIndex), "10"},
+    {{"-t", "11"}, I(g_nToneIndex), "0"},
+    {{"-t", ""}, I(g_bTonePlay * 10 + g_nToneIndex), "10"},
+    {{"-W", "0"}, I(g_nWaveIndex), "1"},
+    {{"-W", "10"}, I(g_nWaveIndex * 10 + g_bPlayWavIndex), "101"},
+    {{"-W", "11"}, I(g_nWaveIndex), "1"},
+    {{"-l", "5"}, I(g_vx_logLevel), "5"},
+    {{"-l", "6"}, I(g_vx_logLevel), "0"},
+    {{"-d", "-99999999999"}, I(g_LangCode), "-2147483648"},
+    {{"-p", "4294967296"}, I(g_localPort + 0LL + g_remotePort), "98"},
+    {{"-k", "2"}, I(g_iKeyType), "2"},
+    {{"-k", "3"}, I(g_iKeyType), "0"},
+    {{"-P", "3"}, I(g_bIsPagingMode), "3"},
+    {{"-P", "4"}, I(g_bIsPagingMode), "0"},
+    {{"-R", "-v", "1", "x"}, I(g_vx_Relay_Mode * 10 + g_bVQMRequestMOS), "11"},
+    {{"-T", "440,480,1,2,3,4,5,6,-1,999"}, I(g_ToneFreq2 + g_Tone3OffTime + g_ToneRepeat + g_ToneInterMitMs), "1484"},
+    {{"-T", ""}, I(g_bTonePlayEx * 10 + g_ToneFreq1), "9"},
+    {{"x"}, I(g_localPort2 + g_remotePort2 + g_ShellPort), "73557"},
+    {{"-o", "12345678901234567890", "-s", "1234567890123456789"}, S(g_szOppDevId + std::string(g_szServerIp)),
+     "123456789012345123456789012345"},
+    {{"-z", "10.0.0.2", "-w", std::string(200, 'p')}, S(g_szServerIp2 + std::string(g_WaveFile)),
+     "10.0.0.2" + std::string(127, 'p')},
+    {{"-w", ""}, I(g_bTestPlayWav), "0"},
+    {{"-f", "a,,b,c,d,e"}, S(std::string(g_szFileName) + g_szSection + g_szKey + g_szText), "abcd"},
+};
+
+// A token's command text; "-" where the token is no key.
+const std::pair<const char*, const char*> kTokens[] = {
+    {"1xyz", "key 1"},    {"*", "key *"},           {"#9", "key '#'"},        {"s3x", "key soft_3"},
+    {"s5", "key soft_5"}, {"s", "key spk"},         {"sm", "key smart"},      {"d", "key dss_"},
+    {"d1-a_B", "key dss_1-a_B"}, {"me", "key menu"}, {"b", "key back"},       {"ho", "key hold"},
+    {"mu", "key mute"},   {"he", "key headset"},    {"r", "key redial"},      {"c", "key conf"},
+    {"t", "key transf"},  {"vu", "key vol_up"},     {"vd", "key vol_down"},   {"s6", "-"},
+    {"s0", "-"},          {"me2", "-"},             {"S", "-"},               {"", "-"},
+};
+
+// A key list into a buffer of `size`: its text, tokens and tokens left out.
+const struct {
+    std::string keys;
+    uint16_t delay;
+    int size;
+    const char* text;
+    int tokens, leftOut;
+} kLists[] = {
+    {"1,4", 200, 400, "key 1; usleep 200000; key 4; usleep 200000", 2, 0},
+    {"1,bad,2", 1, 400, "key 1; usleep 1000; key 1; usleep 1000; key 2; usleep 1000", 3, 0},
+    {"bad,1", 200, 400, "; usleep 200000; key 1; usleep 200000", 2, 0},
+    {",1,,,4,", 0, 400, "key 1; usleep 0; key 4; usleep 0", 2, 0},
+    {"d7,s", 65535, 400, "key dss_7; usleep 65535000; key spk; usleep 65535000", 2, 0},
+    {",,", 200, 400, "-", 0, 0},
+    {"1,2,3", 200, 42, "key 1; usleep 200000", 3, 2},
+    {"1,d" + std::string(130, 'x') + ",2", 200, 400, "key 1; usleep 200000", 3, 2},
+    {"d" + std::string(130, 'x'), 200, 400, "", 1, 1},
+};
+
+// A relay datagram (see relayDatagram): result, files played, commands run
+// (each followed by '|') and pauses between groups.
+const struct {
+    std::string datagram;
+    int result;
+    const char* played;
+    const char* ran;
+    const char* paused;
+} kDatagrams[] = {
+    {"@10:0:2:03|29", 1, "/sound/tone_0_3.wav /sound/tone_2_9.wav ", "", ""},
+    {"@10:0:3:11|12", 1, "/sound/tone_1_1.wav /sound/tone_1_2.wav ", "", ""},
+    {"@10:1:2:11|12", 1, "", "", ""},
+    {"@10:0:-5:11", 1, "", "", ""},
+    {"@2:0:2:200/50/1,2|100/7/s", 1, "", "key 1; usleep 200000; key 2; usleep 200000|key spk; usleep 100000|", "50 "},
+    {"@2:0:3:1/5/1|1/6/2", 1, "", "key 1; usleep 1000|key 2; usleep 1000|", "5 "},
+    {"@2:1:1:200/0/1", 1, "", "", ""},
+    {"@2:0:2:1/9/x;reboot|1/0/d$(x)", 1, "", "", "9 "},
+    {"@2:0:1:0/0/" + std::string(99, '1'), 1, "", "key 1; usleep 0|", ""},
+    {"@2:0:1:0/0/1," + std::string(120, '2'), 1, "", "key 1; usleep 0; key 2; usleep 0|", ""},
+    {"@2:0:1:0/0/1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1", 1, "", "",
+     ""},
+    {std::string("\0\2\0\0\0", 5), 1, "", "", ""},
+    {std::string("\0", 1), 1, "", "", ""},
+    {"@1", 1, "", "", ""},
+    {"@99", 0, "", "", ""},
+};
+
+std::vector<char*> argvOf(std::vector<std::string>& args)
+{
+    std::vector<char*> argv;
+    for (auto& a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
+} // namespace
+
+TEST(ShellParsers, CommandLine)
+{
+    for (const auto& o : kOptions) {
+        vxResetParams();
+        std::vector<std::string> args = o.args;
+        args.insert(args.begin(), "vxShell");
+        parse_cmdline(static_cast<int>(args.size()), argvOf(args).data());
+        EXPECT_EQ(o.value(), o.want) << args[1];
+    }
+    vxResetParams();
+}
+
+TEST(ShellParsers, KeyTokensAndLists)
+{
+    for (const auto& [token, text] : kTokens) {
+        char dst[kKeyTokenTextSize] = "-";
+        getKeyEventStr(dst, token);
+        EXPECT_STREQ(dst, text) << token;
+        EXPECT_EQ(vxIsKeyToken(token), *text != '-') << token;
+    }
+    for (const auto& l : kLists) {
+        std::string keys = l.keys;
+        std::vector<char> dst(static_cast<size_t>(l.size) + 8, 'z');
+        strcpy(dst.data(), "-");
+        int leftOut = -1;
+        EXPECT_EQ(getKeyEventString(dst.data(), keys.data(), l.delay, l.size, &leftOut), l.tokens) << l.keys;
+        EXPECT_STREQ(dst.data(), l.text) << l.keys;
+        EXPECT_EQ(leftOut, l.leftOut) << l.keys;
+        EXPECT_EQ(dst[static_cast<size_t>(l.size)], 'z') << "written past the end";
+    }
+    const std::pair<const char*, int> safe[] = {{"1,4,*", 1}, {"d12_a-B,s", 1}, {"d1;rm", 0}, {"x", 0}, {"", 1}};
+    for (const auto& [keys, want] : safe)
+        EXPECT_EQ(vxRelayKeysAreSafe(keys), want) << keys;
+    tPlayKeyEvent ev;
+    snprintf(g_szOppDevId, sizeof g_szOppDevId, "1,2");
+    vxBuiltinKeyScript(&ev);
+    std::string script = std::to_string(ev.repeat) + " " + std::to_string(ev.interval);
+    for (int i = 0; i < ev.count; ++i)
+        script += " " + std::string(ev.groups[i].keys) + "/" + std::to_string(ev.groups[i].keyDelayMs) + "/" +
+                  std::to_string(ev.groups[i].stepDelayMs);
+    EXPECT_EQ(script, "0 2000 1,2/200/2000 1,4/200/1500 1,2,3,4,5,6,7,8,9,0,*/200/3000 "
+                      "1,2,3,4,5,6,7,8,9,0,*/200/3000 1,2,3,4,5,6,7,8,9,0,*/200/3000 s/200/3000");
+}
+
+TEST(ShellParsers, RelayDatagramsAndPresetTones)
+{
+    FakeService svc;
+    g_regi_sock = registApplication("relay", 0, -1, "127.0.0.1");
+    g_regi_channel = 4;
+    ASSERT_TRUE(svc.waitFor(1));
+    for (const auto& d : kDatagrams) {
+        svc.clear();
+        g_ran.clear();
+        g_paused.clear();
+        const std::string bytes = d.datagram[0] == '@' ? relayDatagram(d.datagram) : d.datagram;
+        EXPECT_EQ(vxReqReqHandler(reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size())), d.result)
+            << d.datagram;
+        svc.waitFor(static_cast<size_t>(std::count(d.played, d.played + strlen(d.played), ' ')), 1000);
+        std::string played;
+        for (const Datagram& r : svc.received())
+            played += r.text(120, 128) + " ";
+        EXPECT_EQ(played, d.played) << d.datagram;
+        EXPECT_EQ(g_ran, d.ran) << d.datagram;
+        EXPECT_EQ(g_paused, d.paused) << d.datagram;
+    }
+    svc.clear();
+    // Preset 1 as it is; preset 7 repeats as often as -c says; 9 is none.
+    g_nRepeatCnt = 3;
+    EXPECT_EQ(vxStartPresetTone(1) + vxStartPresetTone(7) + vxStartPresetTone(9), 2);
+    ASSERT_TRUE(svc.waitFor(2));
+    const auto t = svc.received();
+    EXPECT_EQ(std::vector<int>({t[0].word(124), t[0].word(128), t[0].word(136), t[0].word(156), t[1].word(124),
+                                t[1].word(156)}),
+              std::vector<int>({440, 480, 2000, 65535, 650, 3}));
+    close(g_regi_sock);
+    vxResetParams();
+}
+
+TEST(ShellParsers, TonePlansAndTestDraws)
+{
+    const struct {
+        int repeat, times[6];
+        tToneWaitPlan plan;
+    } plans[] = {
+        {-1, {0, 0, 0, 0, 0, 0}, {5000, 0, 1}},           {2, {100, 100, 50, 50, 0, 0}, {5000, 0, 1}},
+        {1, {100, 100, 50, 50, 0, 0}, {300, 700, 0}},     {0, {250, 250, 250, 250, 0, 0}, {1000, 0, 0}},
+        {1, {1000, 1000, 1000, 1000, 500, 501}, {5000, 0, 1}}, {1, {1000, 1000, 1000, 1000, 500, 500}, {5000, 0, 0}},
+        {0, {-1, -1, -1, -1, -1, -1}, {0, 1000, 0}},
+    };
+    for (const auto& p : plans) {
+        g_ToneRepeat = p.repeat;
+        int* const slots[6] = {&g_Tone1OnTime, &g_Tone1OffTime, &g_Tone2OnTime, &g_Tone2OffTime, &g_Tone3OnTime,
+                               &g_Tone3OffTime};
+        for (int i = 0; i < 6; ++i)
+            *slots[i] = p.times[i];
+        const tToneWaitPlan got = vxExtendedTonePlan();
+        EXPECT_EQ(std::to_string(got.firstMs) + " " + std::to_string(got.secondMs) + " " + std::to_string(got.stop),
+                  std::to_string(p.plan.firstMs) + " " + std::to_string(p.plan.secondMs) + " " +
+                      std::to_string(p.plan.stop))
+            << p.repeat << " " << p.times[0];
+    }
+    const std::pair<int, const char*> picks[] = {
+        {0, "0 /sound/ring1.wav 1 3000 0"}, {20, "0 /sound/ring3.wav 1 3000 0"},
+        {5, "1 /sound/msg_1.wav 0 1000 0"},   {17, "2 /sound/tone_1_7.wav 0 150 20"}};
+    g_iKeyType = 1;
+    for (const auto& [r, want] : picks) {
+        char path[128];
+        int repeat, pause, step;
+        const int type = vxWavTestPick(r, path, sizeof path, &repeat, &pause, &step);
+        EXPECT_EQ(std::to_string(type) + " " + path + " " + std::to_string(repeat) + " " + std::to_string(pause) + " " +
+                      std::to_string(step),
+                  want);
+    }
+    EXPECT_EQ(vxRecRandWait(500, 5000, 250), 2250);
+    EXPECT_EQ(vxRecRandWait(0, 100, 199), 99);
+    EXPECT_EQ(vxRecRandWait(INT32_MIN, INT32_MAX, 99), INT32_MAX);
+    vxResetParams();
+}
