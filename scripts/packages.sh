@@ -36,11 +36,11 @@ list() { lines "$@" | awk '{ print $1 }'; }
 
 missing() {
   local pkgs
-  pkgs=$(list "$@")
+  pkgs=$(list "$@" | tr '\n' ' ')
   [ -n "$pkgs" ] || return 0
   # ${db:Status-Abbrev} is "ii " for an installed package; a package dpkg has
-  # never heard of is not printed at all (and makes dpkg-query exit 1).
-  dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' $pkgs 2>/dev/null \
+  # never heard of is not printed at all, and makes dpkg-query exit 1.
+  { dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' $pkgs 2>/dev/null || true; } \
     | awk -v want="$pkgs" '
         $1 == "ii" { have[$2] = 1 }
         END { n = split(want, w); for (i = 1; i <= n; i++) if (!(w[i] in have)) print w[i] }'
