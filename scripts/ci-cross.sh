@@ -15,9 +15,9 @@ if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
   lap "installing the cross compilers, the emulator and GoogleTest's sources"
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
-  apt-get install -y -qq --no-install-recommends \
-    cmake ninja-build g++ pkg-config binutils groff-base \
-    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user googletest >/dev/null
+  packages=$(bash scripts/packages.sh list base cross)
+  # $packages unquoted: one word per package.
+  apt-get install -y -qq --no-install-recommends $packages >/dev/null
 fi
 
 # Each workflow: configure, build, every test under the emulator, package.

@@ -2,9 +2,13 @@
 # Builds the embedded default and runs the main job: the stand-in service
 # vxsim in the background, vxShell in the foreground with its menu; vxsim is
 # stopped when the shell ends. Extra arguments go to vxShell (default: x).
+# First it installs the Debian packages that this and the test command
+# (`cmake --workflow --preset test`) need, if any is missing: as root or
+# through sudo; otherwise it prints the command to run and ends with 1.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+bash scripts/packages.sh ensure base
 cmake --preset release >/dev/null
 cmake --build --preset release --target vxShell vxsim
 
