@@ -147,6 +147,7 @@ TEST_P(ShellCase, Runs)
         ADD_FAILURE() << "cannot remove /tmp/vx/";
     Child shell(argv, env);
     size_t mark = 0; // stdout up to here has been waited for
+    bool signalled = false;
     for (const auto& [what, rest] : GetParam().lines) {
         if (what != "keys")
             continue;
@@ -160,7 +161,7 @@ TEST_P(ShellCase, Runs)
             }
             else if (k[0] == '=')
                 EXPECT_TRUE(svc->waitFor(std::stoul(k.substr(1)), 10000)) << reqNos(svc->received());
-            else if (k[0] == '!')
+            else if (k[0] == '!' && (signalled = true))
                 shell.kill(k == "!INT" ? SIGINT : k == "!HUP" ? SIGHUP : k == "!QUIT" ? SIGQUIT : SIGTERM);
             else if (k[0] == '@') {
                 EXPECT_TRUE(waitUntil(relayListening, 10000)) << "no listener on UDP 55555";
@@ -176,7 +177,7 @@ TEST_P(ShellCase, Runs)
                 shell.write((k == "_" ? "" : unquote(k)) + "\n");
         }
     }
-    const Child::Result r = shell.wait();
+    const Child::Result r = shell.wait(20000, !signalled);
     if (noDir)
         cleanVxDir();
     const std::string out = unstamped(r.out);

@@ -21,7 +21,7 @@ int vxRunShellCommand(const char* cmd)
         if (cmd[i] == '\0')
             return 0;
         if (strchr("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 ;_-*#'", cmd[i]) == nullptr ||
-            (cmd[i] == '\'' && strncmp(cmd + i - 1, "'#'", 3) != 0 && strncmp(cmd + i - 2, "'#'", 3) != 0))
+            (cmd[i] == '\'' && strncmp(cmd + i, "'#'", 3) != 0 && (i < 2 || strncmp(cmd + i - 2, "'#'", 3) != 0)))
             abort(); // network text reached the shell unchecked
     }
     abort(); // ran past the command buffer

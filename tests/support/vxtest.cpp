@@ -1,10 +1,6 @@
 #include "vxtest.h"
 
-#include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -26,52 +22,26 @@ using Clock = std::chrono::steady_clock;
 
 // One lock for the whole machine around /tmp/vx/ and /dev/log, held until
 // the process ends; the directories it had to make go at the end.
-bool g_madeVxDir = false;
 void takeMachine()
 {
     static std::once_flag once;
     std::call_once(once, [] {
-        const int fd = open("/tmp/vx-tests.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        if (fd >= 0)
-            flock(fd, LOCK_EX);
-        g_madeVxDir = mkdir("/tmp/vx", 0777) == 0;
-        atexit([] {
-            if (!g_madeVxDir)
-                return;
-            cleanVxDir();
-            rmdir("/tmp/vx/tx");
-            rmdir("/tmp/vx");
-        });
+        flock(open("/tmp/vx-tests.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666), LOCK_EX);
+        if (mkdir("/tmp/vx", 0777) == 0)
+            atexit([] {
+                cleanVxDir();
+                rmdir("/tmp/vx/tx");
+                rmdir("/tmp/vx");
+            });
     });
 }
 
-sockaddr_un unixAddr(const char* path)
+sockaddr_un unixAddr(const std::string& path)
 {
     sockaddr_un a{};
     a.sun_family = AF_UNIX;
-    snprintf(a.sun_path, sizeof a.sun_path, "%s", path);
+    snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
     return a;
-}
-
-// Runs `body` on a thread until stop is written; `fd` is watched for input.
-void stopThread(std::thread& t, int (&stop)[2])
-{
-    if (t.joinable()) {
-        (void)!::write(stop[1], "x", 1);
-        t.join();
-    }
-    for (int fd : stop)
-        if (fd >= 0)
-            close(fd);
-}
-
-bool readable(int fd, int stopFd)
-{
-    pollfd fds[2] = {{fd, POLLIN, 0}, {stopFd, POLLIN, 0}};
-    while (poll(fds, 2, -1) < 0)
-        if (errno != EINTR)
-            return false;
-    return fds[1].revents == 0;
 }
 
 } // namespace
@@ -92,35 +62,67 @@ std::string Datagram::text(size_t off, size_t width) const
     return s;
 }
 
+void Listener::listen(const char* path)
+{
+    const sockaddr_un a = unixAddr(path);
+    sock_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0 || pipe2(stop_, O_CLOEXEC) != 0) {
+        close(sock_);
+        sock_ = -1;
+        return;
+    }
+    chmod(path, 0666);
+    thread_ = std::thread([this] {
+        pollfd fds[2] = {{sock_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+        while ((poll(fds, 2, -1) >= 0 || errno == EINTR) && fds[1].revents == 0)
+            drain();
+    });
+}
+
+void Listener::stop()
+{
+    if (thread_.joinable()) {
+        (void)!write(stop_[1], "x", 1);
+        thread_.join();
+    }
+    for (int fd : {stop_[0], stop_[1], sock_})
+        close(fd);
+}
+
+void Listener::drain()
+{
+    std::vector<uint8_t> buf(65536);
+    sockaddr_un from{};
+    socklen_t len = sizeof from;
+    std::lock_guard<std::mutex> l(mu_);
+    for (ssize_t n; (n = recvfrom(sock_, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr*>(&from), &len)) >= 0;
+         len = sizeof from)
+        got({{buf.begin(), buf.begin() + n},
+             len > offsetof(sockaddr_un, sun_path) ? std::string(from.sun_path) : std::string()});
+}
+
 void cleanVxDir()
 {
     takeMachine();
     mkdir("/tmp/vx", 0777);
     mkdir("/tmp/vx/tx", 0777);
-    for (const char* dir : {"/tmp/vx/tx", "/tmp/vx"}) {
-        std::error_code ec;
+    std::error_code ec;
+    for (const char* dir : {"/tmp/vx/tx", "/tmp/vx"})
         for (const auto& e : std::filesystem::directory_iterator(dir, ec))
             if (!e.is_directory(ec) || e.is_symlink(ec))
                 std::filesystem::remove(e.path(), ec);
-    }
 }
 
 FakeService::FakeService(Policy policy, int delayMs) : policy_(policy), delayMs_(delayMs)
 {
     cleanVxDir();
-    sock_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un a = unixAddr("/tmp/vx/vxRxSock");
-    if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0 || pipe2(stop_, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "cannot bind /tmp/vx/vxRxSock: " << strerror(errno);
-        return;
-    }
-    thread_ = std::thread([this] { run(); });
+    listen("/tmp/vx/vxRxSock");
+    EXPECT_TRUE(ok()) << "cannot bind /tmp/vx/vxRxSock";
 }
 
 FakeService::~FakeService()
 {
-    stopThread(thread_, stop_);
-    close(sock_);
+    stop();
     cleanVxDir();
 }
 
@@ -130,34 +132,20 @@ void FakeService::setResult(int reqNo, int result)
     results_[reqNo] = result;
 }
 
-void FakeService::run()
+void FakeService::got(const Datagram& d)
 {
-    std::vector<uint8_t> buf(65536);
-    while (readable(sock_, stop_[0])) {
-        sockaddr_un from{};
-        socklen_t fromLen = sizeof from;
-        const ssize_t n = recvfrom(sock_, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
-        if (n < 0)
-            continue;
-        Datagram d{{buf.begin(), buf.begin() + n}, {}};
-        if (fromLen > offsetof(sockaddr_un, sun_path))
-            d.from.assign(from.sun_path, strnlen(from.sun_path, fromLen - offsetof(sockaddr_un, sun_path)));
-        int32_t resp[21] = {d.reqNo(), 0};
-        {
-            std::lock_guard<std::mutex> l(mu_);
-            got_.push_back(d);
-            const auto it = results_.find(resp[0]);
-            resp[1] = it != results_.end() ? it->second : resp[0] == 305 ? nextChannel_++ : resp[0] == 22 ? 9000 : 0;
-        }
-        static const int kAnswered[] = {22, 28, 29, 305, 307, 308};
-        if (policy_ == Silent || d.from.empty() || std::find(std::begin(kAnswered), std::end(kAnswered), resp[0]) ==
-                                                         std::end(kAnswered))
-            continue;
-        std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
-        if (policy_ == WrongReqNo)
-            resp[0] += 1000;
-        sendto(sock_, resp, sizeof resp, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), fromLen);
-    }
+    got_.push_back(d);
+    int32_t resp[21] = {d.reqNo() + (policy_ == WrongReqNo ? 1000 : 0), d.reqNo() == 22 ? 9000 : 0};
+    if (results_.count(d.reqNo()) > 0)
+        resp[1] = results_[d.reqNo()];
+    else if (d.reqNo() == 305)
+        resp[1] = nextChannel_++;
+    static const std::vector<int> kAnswered = {22, 28, 29, 305, 307, 308};
+    if (policy_ == Silent || d.from.empty() || std::count(kAnswered.begin(), kAnswered.end(), d.reqNo()) == 0)
+        return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
+    const sockaddr_un to = unixAddr(d.from);
+    sendto(sock_, resp, sizeof resp, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
 }
 
 bool FakeService::waitFor(size_t n, int timeoutMs)
@@ -180,54 +168,33 @@ void FakeService::clear()
 SyslogCapture::SyslogCapture()
 {
     takeMachine();
-    const sockaddr_un a = unixAddr("/dev/log");
     // A socket that answers belongs to a live daemon and is left alone.
+    const sockaddr_un a = unixAddr("/dev/log");
     const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const bool live = connect(probe, reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
     close(probe);
-    if (live)
-        return;
-    unlink("/dev/log");
-    sock_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0 || pipe2(stop_, O_CLOEXEC) != 0) {
-        close(sock_);
-        sock_ = -1;
-        return;
-    }
-    chmod("/dev/log", 0666);
-    // A full queue would block syslog(): a thread keeps emptying it.
-    thread_ = std::thread([this] {
-        while (readable(sock_, stop_[0]))
-            drain();
-    });
+    if (!live && (unlink("/dev/log") == 0 || errno == ENOENT))
+        listen("/dev/log");
 }
 
 SyslogCapture::~SyslogCapture()
 {
-    stopThread(thread_, stop_);
-    if (sock_ >= 0) {
-        close(sock_);
+    if (ok()) {
+        stop();
         unlink("/dev/log");
     }
 }
 
-void SyslogCapture::drain()
+void SyslogCapture::got(const Datagram& d)
 {
-    char buf[4096];
-    ssize_t n;
-    std::lock_guard<std::mutex> l(mu_);
-    while (sock_ >= 0 && (n = recv(sock_, buf, sizeof buf, 0)) >= 0) {
-        // "<PRI>Mmm dd hh:mm:ss IDENT: text"
-        const std::string raw(buf, static_cast<size_t>(n));
-        const size_t colon = raw.find(": ");
-        got_.push_back({atoi(raw.c_str() + 1), colon == std::string::npos ? raw : raw.substr(colon + 2)});
-    }
+    // "<PRI>Mmm dd hh:mm:ss IDENT: text"
+    const std::string raw(d.bytes.begin(), d.bytes.end());
+    got_.push_back({atoi(raw.c_str() + 1), raw.substr(std::min(raw.find(": ") + 2, raw.size()))});
 }
 
 std::vector<SyslogCapture::Line> SyslogCapture::lines()
 {
-    // The lines of this thread's syslog calls are queued before they return.
-    drain();
+    drain(); // what this thread logged is queued before syslog() returns
     std::lock_guard<std::mutex> l(mu_);
     return got_;
 }
@@ -254,8 +221,7 @@ Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env)
         argv[0] = std::string(VX_BIN_DIR) + "/" + argv[0];
 #ifdef VX_EMULATOR
         // A cross build: the host runs the target's programs under the emulator.
-        const std::vector<std::string> emulator = {VX_EMULATOR};
-        argv.insert(argv.begin(), emulator.begin(), emulator.end());
+        argv.insert(argv.begin(), {VX_EMULATOR});
 #endif
     }
     std::vector<std::string> envs = env;
@@ -271,139 +237,95 @@ Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env)
         ev.push_back(e.data());
     av.push_back(nullptr);
     ev.push_back(nullptr);
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
+    int in[2], fds[2];
+    for (int i = 0; i < 2; ++i) {
+        char name[] = "/tmp/vxchild.XXXXXX";
+        fds[i] = mkostemp(name, O_CLOEXEC);
+        files_[i] = name;
+    }
+    if (pipe2(in, O_CLOEXEC) != 0)
         return;
     signal(SIGPIPE, SIG_IGN); // a child that ends early must not end the test
-    pid_ = fork();
-    if (pid_ == 0) {
+    if ((pid_ = fork()) == 0) {
         dup2(in[0], 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
+        dup2(fds[0], 1);
+        dup2(fds[1], 2);
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
         execve(av[0], av.data(), ev.data());
         _exit(127);
     }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
+    for (int fd : {in[0], fds[0], fds[1]})
+        close(fd);
     in_ = in[1];
-    out_ = out[0];
-    err_ = err[0];
 }
 
 Child::~Child()
 {
-    if (!done_)
-        wait(0);
-    for (int fd : {in_, out_, err_})
-        if (fd >= 0)
-            close(fd);
+    wait(0);
+    for (const std::string& f : files_)
+        unlink(f.c_str());
 }
 
-void Child::write(const std::string& text)
-{
-    if (in_ >= 0)
-        (void)!::write(in_, text.data(), text.size());
-}
-
-void Child::closeIn()
-{
-    if (in_ >= 0)
-        close(in_);
-    in_ = -1;
-}
+void Child::write(const std::string& text) { (void)!::write(in_, text.data(), text.size()); }
 
 void Child::kill(int sig) { ::kill(pid_, sig); }
 
-// Reads what the child wrote, for at most timeoutMs; false once both pipes
-// are at their end.
-bool Child::pump(int timeoutMs)
-{
-    pollfd fds[2] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
-    if (poll(fds, 2, timeoutMs) <= 0)
-        return true;
-    bool open = false;
-    for (int i = 0; i < 2; ++i) {
-        char buf[4096];
-        const ssize_t n = fds[i].revents != 0 ? read(fds[i].fd, buf, sizeof buf) : 1;
-        if (n > 0 && fds[i].revents != 0)
-            (i == 0 ? res_.out : res_.err).append(buf, static_cast<size_t>(n));
-        open = open || n > 0;
-    }
-    return open;
-}
+std::string Child::out() const { return in_ == -2 ? res_.out : readFile(files_[0]); }
 
 size_t Child::waitOut(const std::string& needle, size_t from, int timeoutMs)
 {
-    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    size_t at;
-    while ((at = res_.out.find(needle, from)) == std::string::npos && Clock::now() < end && pump(20)) {
-    }
+    size_t at = std::string::npos;
+    waitUntil([&] { return (at = out().find(needle, from)) != std::string::npos; }, timeoutMs);
     return at;
 }
 
-Child::Result Child::wait(int timeoutMs)
+Child::Result Child::wait(int timeoutMs, bool closeInput)
 {
-    if (done_ || pid_ < 0)
+    if (pid_ < 0 || in_ == -2) // not started, or ended already
         return res_;
-    closeIn();
-    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    if (closeInput)
+        close(std::exchange(in_, -1));
     int st = 0;
-    while (waitpid(pid_, &st, WNOHANG) == 0) {
-        if (Clock::now() > end) {
-            res_.timedOut = timeoutMs > 0;
-            ::kill(pid_, SIGKILL);
-            waitpid(pid_, &st, 0);
-            break;
-        }
-        pump(20);
+    if (!waitUntil([&] { return waitpid(pid_, &st, WNOHANG) != 0; }, timeoutMs)) {
+        ::kill(pid_, SIGKILL);
+        waitpid(pid_, &st, 0);
     }
-    // What the child wrote before it ended (its own children may hold the
-    // pipes a little longer).
-    for (const auto stop = Clock::now() + std::chrono::seconds(2); Clock::now() < stop && pump(50);) {
-    }
-    done_ = true;
-    res_.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    res_.signal = WIFSIGNALED(st) ? WTERMSIG(st) : 0;
+    close(std::exchange(in_, -2));
+    res_ = {WIFEXITED(st) ? WEXITSTATUS(st) : -1, readFile(files_[0]), readFile(files_[1])};
     return res_;
 }
 
-Child::Result runChild(const std::vector<std::string>& argv, const std::string& input,
-                       const std::vector<std::string>& env, int timeoutMs)
+Child::Result runChild(const std::vector<std::string>& argv, const std::string& input)
 {
-    Child c(argv, env);
+    Child c(argv);
     c.write(input);
-    return c.wait(timeoutMs);
+    return c.wait();
 }
 
-// "@TYPE:REPEAT:COUNT:ITEM|ITEM": a relay datagram; an item is
-// "keyDelay/stepDelay/keys" for type 2 and two characters for type 10.
 std::string relayDatagram(const std::string& spec)
 {
-    if (spec == "@")
-        return "";
     std::vector<std::string> f(4);
     std::istringstream in(spec.substr(1));
     for (auto& field : f)
         std::getline(in, field, ':');
+    if (f[0].empty())
+        return "";
     const int32_t head[2] = {f[1].empty() ? 0 : std::stoi(f[1]), f[2].empty() ? 0 : std::stoi(f[2])};
     std::string d = {'\0', static_cast<char>(std::stoi(f[0]))};
     d.append(reinterpret_cast<const char*>(head), sizeof head);
     std::istringstream items(f[3]);
     for (std::string item; std::getline(items, item, '|');) {
-        if (f[0] == "10") {
+        const size_t a = item.find('/'), b = item.find('/', a + 1);
+        if (f[0] == "10" || b == std::string::npos) {
             d += item + std::string(2, '\0');
             continue;
         }
-        const size_t a = item.find('/'), b = item.find('/', a + 1);
         const uint16_t delays[2] = {static_cast<uint16_t>(std::stoi(item.substr(0, a))),
                                     static_cast<uint16_t>(std::stoi(item.substr(a + 1, b - a - 1)))};
-        std::string keys = item.substr(b + 1);
-        keys.resize(100, '\0');
-        d += keys + std::string(reinterpret_cast<const char*>(delays), sizeof delays);
+        d += item.substr(b + 1).append(100 - std::min<size_t>(100, item.size() - b - 1), '\0').substr(0, 100);
+        d.append(reinterpret_cast<const char*>(delays), sizeof delays);
     }
     return d;
 }
@@ -448,8 +370,7 @@ void writeFile(const std::string& path, const std::string& bytes)
 
 std::string unstamped(const std::string& text)
 {
-    static const std::regex stamp(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] )");
-    return std::regex_replace(text, stamp, "");
+    return std::regex_replace(text, std::regex(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] )"), "");
 }
 
 bool waitUntil(const std::function<bool()>& cond, int timeoutMs)

@@ -24,14 +24,32 @@ struct Datagram {
     int32_t word(size_t off) const;
     std::string text(size_t off, size_t width) const; // up to the first NUL
     int32_t reqNo() const { return word(0); }
-    int32_t channel() const { return word(116); }
+};
+
+// A datagram socket bound at a fixed path; a thread keeps reading it, and
+// got() sees each datagram under the lock.
+class Listener {
+public:
+    bool ok() const { return sock_ >= 0; }
+
+protected:
+    void listen(const char* path);
+    void stop(); // the derived destructor's first step
+    void drain();
+    virtual void got(const Datagram& d) = 0;
+    int sock_ = -1;
+    std::mutex mu_;
+
+private:
+    int stop_[2] = {-1, -1};
+    std::thread thread_;
 };
 
 // Bound at /tmp/vx/vxRxSock; records every datagram and answers the numbers
 // the service answers (22, 28, 29, 305, 307, 308) with one 84-byte record.
 // createChannel counts up from 1 and getAudioRxPort gives 9000, unless
 // setResult says otherwise.
-class FakeService {
+class FakeService : public Listener {
 public:
     enum Policy { Answer, Silent, WrongReqNo };
     explicit FakeService(Policy policy = Answer, int delayMs = 0);
@@ -42,21 +60,17 @@ public:
     void clear();
 
 private:
-    void run();
-    int sock_ = -1;
-    int stop_[2] = {-1, -1};
+    void got(const Datagram& d) override;
     Policy policy_;
     int delayMs_;
-    std::mutex mu_;
     std::map<int, int> results_;
     int nextChannel_ = 1;
     std::vector<Datagram> got_;
-    std::thread thread_;
 };
 
-// Binds /dev/log for its lifetime (unless a live daemon owns it: then ok()
-// is false) and keeps every line "<pri>... IDENT: text" that arrives.
-class SyslogCapture {
+// Binds /dev/log (unless a live daemon owns it: then ok() is false) and keeps
+// every line "<pri>... IDENT: text" that arrives.
+class SyslogCapture : public Listener {
 public:
     struct Line {
         int priority;
@@ -64,18 +78,13 @@ public:
     };
     SyslogCapture();
     ~SyslogCapture();
-    bool ok() const { return sock_ >= 0; }
     std::vector<Line> lines(); // every line so far, in order
     std::vector<std::string> texts();
     void clear();
 
 private:
-    void drain();
-    int sock_ = -1;
-    int stop_[2] = {-1, -1};
-    std::mutex mu_;
+    void got(const Datagram& d) override;
     std::vector<Line> got_;
-    std::thread thread_;
 };
 
 // Removes every file under /tmp/vx/ and /tmp/vx/tx/ (making both if
@@ -83,43 +92,39 @@ private:
 void cleanVxDir();
 
 // A child process: a program of the build (a bare name) or any path, with
-// its standard streams on pipes. Programs of a cross build run under the
-// emulator. The environment gets `env` ("NAME=value") on top.
+// stdin on a pipe and stdout and stderr in files. Programs of a cross build
+// run under the emulator. The environment gets `env` ("NAME=value") on top.
 class Child {
 public:
     struct Result {
-        int status = -1;  // exit status, -1 if it did not exit
-        int signal = 0;   // the signal that ended it
-        bool timedOut = false;
+        int status = -1; // exit status, -1 if it did not exit
         std::string out, err;
     };
     Child(std::vector<std::string> argv, const std::vector<std::string>& env = {});
     ~Child();
     void write(const std::string& text);
-    void closeIn();
     void kill(int sig);
     // Where `needle` shows on stdout from `from` on, or npos after the time.
     size_t waitOut(const std::string& needle, size_t from = 0, int timeoutMs = 10000);
-    const std::string& out() const { return res_.out; }
-    Result wait(int timeoutMs = 20000); // then SIGKILL
-    int pid() const { return pid_; }
+    std::string out() const;
+    // Closes stdin (unless told not to: after a signal, end of input would
+    // race the signal's end); SIGKILL after the time.
+    Result wait(int timeoutMs = 20000, bool closeInput = true);
 
 private:
-    bool pump(int timeoutMs);
-    int pid_ = -1, in_ = -1, out_ = -1, err_ = -1;
-    bool done_ = false;
+    int pid_ = -1, in_ = -1;
+    std::string files_[2];
     Result res_;
 };
 
-Child::Result runChild(const std::vector<std::string>& argv, const std::string& input = "",
-                       const std::vector<std::string>& env = {}, int timeoutMs = 20000);
+Child::Result runChild(const std::vector<std::string>& argv, const std::string& input = "");
 
 // A relay datagram from "@TYPE:REPEAT:COUNT:ITEM|ITEM", an item being
 // "keyDelay/stepDelay/keys" for type 2 and two characters for type 10; "@"
 // is the empty datagram.
 std::string relayDatagram(const std::string& spec);
 
-// "PATH=<stub dir>:$PATH" and the file the `key`/`usleep` stubs log to.
+// "PATH=<stub dir>:$PATH", and the calls the `key`/`usleep` stubs logged.
 std::string stubPath();
 std::vector<std::string> stubCalls();
 

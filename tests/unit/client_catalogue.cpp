@@ -202,6 +202,8 @@ const Op kOps[] = {
     {OP(reqVQMonSetIpInfo(s, c, "10.0.0.1", 1, "10.0.0.2", 2)), 314, 1664, 'Q',
      "116=0 120=1 124=2 128'10.0.0.1' 384'10.0.0.2'"},
     {OP(reqVQMonSetIpInfo(s, c, nullptr, 1, "x", 2)), 314, 1664, 'Q', "116=0 120=1 124=2"},
+    {OP(reqVQMonSetIpInfo(s, c, "x", 1, nullptr, 2)), 314, 1664, 'Q', "116=0 120=1 124=2"},
+    {OP(reqVQMonUpdateConfig(s, c, nullptr)), 313, 1664, 'Q', "116=0"},
     {OP(reqVQMonSetCallInfo(s, c, "a", "b", "c", nullptr, "e", "f", 9)), 315, 1664, 'Q',
      "116=0 120=9 128'a' 384'b' 640'c' 1152'e' 1408'f'"},
     {OP(reqVQMonSetCallInfo(s, c, "a", "b", nullptr, "d", "e", "f", 9)), 315, 1664, 'Q', "116=0 120=9"},

@@ -109,26 +109,37 @@ TEST(Transport, RequestsOnOneSocketGetTheirOwnAnswers)
     EXPECT_TRUE(r.log.texts().empty());
 }
 
-TEST(Transport, LevelsAndSocketPaths)
+TEST(Transport, LevelsSocketsAndOddPaths)
 {
     Registered r;
     reqVQMonMonitor(r.sock, 1, 1, 5); // no kind row: LOG_CRIT
     setAec(-1, 1, 1);                 // a refusal: LOG_INFO, both LOG_USER
+    // In the service's own process (its pid in the pid file) the line still goes out.
+    writeFile(VX_PID_FILE, std::to_string(getpid()) + "\n");
+    reqVQMonMonitor(r.sock, 1, 1, 5);
     const auto lines = r.log.lines();
-    ASSERT_EQ(lines.size(), 3u);
+    ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[0].priority, LOG_USER | LOG_CRIT);
     EXPECT_EQ(lines[1].priority, LOG_USER | LOG_INFO);
+    EXPECT_EQ(lines[3].text, lines[0].text);
     // Sockets: a fresh appXXXXXX per registration, left in place; the fixed
     // path for the shell's debugging registration.
     const int a = registApplication("a", 0, -1, "127.0.0.1"), b = regForVxShell("b", 0, "127.0.0.1", -1);
-    ASSERT_TRUE(r.svc.waitFor(3));
+    ASSERT_TRUE(r.svc.waitFor(4));
     const auto d = r.svc.received();
-    EXPECT_TRUE(std::regex_match(d[1].from, std::regex("/tmp/vx/app[A-Za-z0-9]{6}"))) << d[1].from;
-    EXPECT_EQ(d[2].from, VX_DBG_SOCK);
+    EXPECT_TRUE(std::regex_match(d[2].from, std::regex("/tmp/vx/app[A-Za-z0-9]{6}"))) << d[2].from;
+    EXPECT_EQ(d[3].from, VX_DBG_SOCK);
     EXPECT_EQ(unregistApplication(a), 1);
     struct stat st;
-    EXPECT_EQ(stat(d[1].from.c_str(), &st), 0);
+    EXPECT_EQ(stat(d[2].from.c_str(), &st), 0);
     close(b);
+    // A descriptor that is no socket fails in the transport; saveMsg without
+    // tx/ saves nothing and the request goes out all the same.
+    const int notSocket = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(setAec(notSocket, 1, 1), -7);
+    close(notSocket);
+    ASSERT_TRUE(touch(VX_SAVEMSG_FILE) && rmdir("/tmp/vx/tx") == 0);
+    EXPECT_EQ(setAec(r.sock, 1, 1), 1);
 }
 
 TEST(Transport, RegistrationWithoutTheDirectoryFails)

@@ -92,11 +92,10 @@ TEST(ConfText, ParseLine)
             free(c);
         }
     }
-    char* v = nullptr;
-    EXPECT_EQ(mCONF_ParseLine("k=v", nullptr, &v, nullptr, "="), -1);
+    char *pk = nullptr, *pv = nullptr, *pc = nullptr;
+    EXPECT_EQ(mCONF_ParseLine("k=v", nullptr, &pv, nullptr, "=") + mCONF_ParseLine("k=v", &pk, nullptr, nullptr, "="), -2);
     // A field beyond the reader's 255 bytes is cut at 259; the scan goes on.
     const std::string k(400, 'k'), val(400, 'v'), c(400, 'c');
-    char *pk = nullptr, *pv = nullptr, *pc = nullptr;
     EXPECT_EQ(mCONF_ParseLine((k + "=\"" + val + "\" ;" + c).c_str(), &pk, &pv, &pc, "="), 1);
     EXPECT_EQ(std::string(pk) + pv + pc, k.substr(141) + val.substr(141) + c.substr(141));
     free(pk);
@@ -111,7 +110,11 @@ TEST(ConfText, WriterAndReadBuf)
     tConfGroup* root = mCONF_New();
     const std::string big(100000, 'v');
     mCONF_SetValue(root, std::string(3000, ']').c_str(), std::string(2000, ' ').c_str(), big.c_str(), big.c_str());
-    EXPECT_EQ(canonical(root).size(), 1 + 3 * 3000 + 3 + 3 * 2000 + 2 + 100000 + 1 + 2 + 100000 + 2 + 2);
+    TempDir t;
+    EXPECT_EQ(mCONF_FileWrite(root, (t.path + "/big").c_str()) + mCONF_FileWrite(root, "/"), -1);
+    EXPECT_EQ(readFile(t.path + "/big").size(), 1 + 3 * 3000 + 3 + 3 * 2000 + 2 + 100000 + 1 + 2 + 100000 + 2 + 2);
+    EXPECT_EQ(canonical(root), readFile(t.path + "/big"));
+    EXPECT_EQ(mCONF_FileRead(nullptr), nullptr);
     EXPECT_EQ(canonical(nullptr), "");
     const char* in = "top=1\n[a]\nx=2 ;dropped\n[b]\nx=3\ny='q r'\n";
     EXPECT_EQ(canonical(readBuf(in, "only")), "[only]\r\ntop=\"1\"\r\nx=\"3\"\r\ny=\"q r\"\r\n\r\n");

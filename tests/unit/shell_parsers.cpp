@@ -10,12 +10,22 @@
 #include "vxclient.h"
 #include "vxtest.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 namespace {
+std::mutex g_mu; // the key script's thread runs commands too
 std::string g_ran, g_paused;
+std::string ran()
+{
+    std::lock_guard<std::mutex> l(g_mu);
+    return g_ran;
+}
 } // namespace
 
 int vxRunShellCommand(const char* cmd)
 {
+    std::lock_guard<std::mutex> l(g_mu);
     g_ran += std::string(cmd) + "|";
     return 0;
 }
@@ -70,6 +80,7 @@ const struct {
      "10.0.0.2" + std::string(127, 'p')},
     {{"-w", ""}, I(g_bTestPlayWav), "0"},
     {{"-f", "a,,b,c,d,e"}, S(std::string(g_szFileName) + g_szSection + g_szKey + g_szText), "abcd"},
+    {{"-f", ""}, I(g_nFileMode * 10 + strlen(g_szFileName)), "10"},
 };
 
 // A token's command text; "-" where the token is no key.
@@ -148,6 +159,8 @@ TEST(ShellParsers, CommandLine)
         parse_cmdline(static_cast<int>(args.size()), argvOf(args).data());
         EXPECT_EQ(o.value(), o.want) << args[1];
     }
+    char eleven[] = "1,2,3,4,5,6,7,8,9,10,11";
+    EXPECT_EQ(CheckToneParam(eleven), 11);
     vxResetParams();
 }
 
@@ -206,15 +219,67 @@ TEST(ShellParsers, RelayDatagramsAndPresetTones)
     }
     svc.clear();
     // Preset 1 as it is; preset 7 repeats as often as -c says; 9 is none.
+    // The dual tones by kind and length; 11 is none.
     g_nRepeatCnt = 3;
-    EXPECT_EQ(vxStartPresetTone(1) + vxStartPresetTone(7) + vxStartPresetTone(9), 2);
-    ASSERT_TRUE(svc.waitFor(2));
-    const auto t = svc.received();
-    EXPECT_EQ(std::vector<int>({t[0].word(124), t[0].word(128), t[0].word(136), t[0].word(156), t[1].word(124),
-                                t[1].word(156)}),
-              std::vector<int>({440, 480, 2000, 65535, 650, 3}));
+    EXPECT_EQ(vxStartPresetTone(1) + vxStartPresetTone(7) + vxStartPresetTone(9) + vxStartPresetTone(-1), 2);
+    for (const auto& [kind, longTone] : {std::pair(0, 1), {0, 0}, {5, 0}, {10, 0}, {11, 0}, {-1, 0}})
+        vxPlayDualTone(kind, longTone);
+    ASSERT_TRUE(svc.waitFor(6));
+    std::vector<int> words;
+    for (const Datagram& t : svc.received())
+        for (size_t off : {124, 128, 132, 136, 156})
+            words.push_back(t.word(off));
+    EXPECT_EQ(words, std::vector<int>({440, 480, 1000, 2000, 65535, 650, 0, 100, 100, 3, 350, 440, 1000, 0, 1, 350, 440,
+                                       500, 100, 1, 350, 440, 500, 100, 1, 50, 440, 500, 100, 1}));
     close(g_regi_sock);
+    g_regi_sock = -1;
+    vxPlayDualTone(0, 0); // unregistered: a log line only
+    msleep_rec(-1);
+    msleep_rec(50);
+    msleep_rec_rand(0, 0);
+    EXPECT_EQ(svc.received().size(), 6u);
     vxResetParams();
+}
+
+// The listener's socket: bound once per port, a send to it arrives, a bad
+// address is refused; the thread ends at once without its port or its
+// registration.
+TEST(ShellParsers, RelaySocket)
+{
+    const int a = Create_UDP_SOCK("127.0.0.1", 0);
+    sockaddr_in at{};
+    socklen_t len = sizeof at;
+    ASSERT_EQ(getsockname(a, reinterpret_cast<sockaddr*>(&at), &len), 0);
+    const int port = ntohs(at.sin_port);
+    EXPECT_EQ(Create_UDP_SOCK(nullptr, port), -2);
+    EXPECT_EQ(Send_UDP_SendTo(a, "x", 1, 0, "127.0.0.1", port), 1);
+    EXPECT_EQ(Send_UDP_SendTo(a, "x", 1, 0, "::1", port), -1);
+    char got[4];
+    EXPECT_EQ(recv(a, got, sizeof got, 0), 1);
+    for (const int p : {port, 0}) {
+        g_ShellPort = p;
+        g_regi_sock = 0;
+        g_vx_RelayThId = 1;
+        EXPECT_EQ(vxRelayReqThread(nullptr), nullptr);
+        EXPECT_EQ(g_vx_RelayThId, 0);
+    }
+    close(a);
+    vxResetParams();
+}
+
+// A repeated script runs pass after pass, each with its time line, until
+// its word is cleared.
+TEST(ShellParsers, RepeatedKeyScript)
+{
+    g_PlayKeyEvent = {1, 1, {{"1,#", 1, 0}}, 0};
+    g_bTestKeyEvent = 1;
+    g_ran.clear();
+    std::thread script([] { TestKeyEventThread(nullptr); });
+    const std::string pass = "key 1; usleep 1000; key '#'; usleep 1000|";
+    EXPECT_TRUE(waitUntil([&] { return ran().size() >= 2 * pass.size(); }, 5000));
+    g_bTestKeyEvent = 0;
+    script.join();
+    EXPECT_EQ(ran().substr(0, 2 * pass.size()), pass + pass);
 }
 
 TEST(ShellParsers, TonePlansAndTestDraws)

@@ -93,6 +93,13 @@ TEST(Strings, WordListsAndComparisons)
     char* s = strprint("%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(strlen(s), 4094u);
     free(s);
+    // Null and empty texts: no reading through, the documented results.
+    const char* none = nullptr;
+    EXPECT_EQ(std::vector<long>({strmcmp2(none, "a", none), strmcasecmpa(none, plain), strgetint(none, "k", '='),
+                                 strgetint("x\nk 1", "k", '='), strcmp1(none, "a"), strcmp2("a", none),
+                                 (long)sgets(none, nullptr, 0), (long)strgets(none, nullptr, 0), strgets(h, nullptr, 0) - h,
+                                 (long)mstring::strcasestr(none, "a"), (long)strprint(none)}),
+              std::vector<long>({-1, -1, -1, -1, -97, -1, 0, 0, 5, 0, 0}));
 }
 
 TEST(Files, ResultsAndCodes)
@@ -135,6 +142,12 @@ TEST(Files, ResultsAndCodes)
     close(fds[1]);
     EXPECT_EQ(mFILE_ReadFd(fds[0], buf, 10), 6) << "stops at the end with what came";
     close(fds[0]);
+    vFILE_Errno = 77;
+    char* block = nullptr;
+    EXPECT_EQ(std::vector<long>({mFILE_ReadFd(fds[0], nullptr, 4), mFILE_WriteFd(fds[1], buf, 0), mFILE_Check(nullptr),
+                                 mFILE_Open(nullptr, 'r'), mFILE_ReadAlloc(nullptr, &block), vFILE_Errno,
+                                 (long)mFILE_MksTemp(nullptr, 'X'), mFILE_OpenTmp(buf, '@')}),
+              std::vector<long>({0, 0, 0, -1, 0, 77, 0, -1}));
 }
 
 TEST(Files, FreeNames)
