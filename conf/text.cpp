@@ -311,19 +311,23 @@ bool splitPath(const char* path, char* dir, const char** base)
     return n < PATH_MAX && snprintf(dir, PATH_MAX, "%.*s", static_cast<int>(n != 0 ? n : 1), n != 0 ? path : ".") > 0;
 }
 
-// Follows the symbolic links of the last part of path into target, so that
-// the file they name is the one replaced, as an open for writing would. A
-// missing end is fine: the target is then made. False for a loop, a link
-// that cannot be read or a path too long.
+// Follows the links of the last part of path into target as an open would,
+// but in a sticky world-writable directory (such as /tmp) only a link of the
+// caller or of the directory's owner, as the kernel's rule for protected
+// links has it. False for a refused link, a loop or a path too long.
 bool resolveTarget(const char* path, char* target)
 {
     if (snprintf(target, PATH_MAX, "%s", path) >= PATH_MAX) return false;
     for (int hops = 0; hops < 40; ++hops) {
-        struct stat link;
+        struct stat link, parent;
         char dir[PATH_MAX], to[PATH_MAX];
         const char* base;
         if (lstat(target, &link) != 0 || !S_ISLNK(link.st_mode)) return true;
-        if (!splitPath(target, dir, &base)) return false;
+        if (!splitPath(target, dir, &base) || stat(dir, &parent) != 0) return false;
+        // On purpose this rule holds whatever fs.protected_symlinks says: a planted link never redirects the write.
+        if ((parent.st_mode & (S_ISVTX | S_IWOTH)) == (S_ISVTX | S_IWOTH) && link.st_uid != geteuid() &&
+            link.st_uid != parent.st_uid)
+            return false;
         const ssize_t n = readlink(target, to, sizeof to);
         if (n <= 0 || n >= PATH_MAX) return false;
         to[n] = '\0';
@@ -350,49 +354,61 @@ int createTemp(const char* dir, const char* base, mode_t mode, char* name)
     return -1;
 }
 
-// The plain write over the file itself, as mFILE_Write does it.
-int writeInPlace(const tConfGroup* root, const char* path)
+// The plain write over the file itself: through fd, the target opened for
+// writing, or else into a new file made at the target's name.
+int writeInPlace(const tConfGroup* root, const char* target, int fd, bool regular)
 {
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return failed(MFILE_ERR_OPEN);
-    if (!writeTo(root, fd)) return failed(MFILE_ERR_IO, fd);
+    if (fd < 0 && (fd = open(target, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666)) < 0)
+        return failed(MFILE_ERR_OPEN);
+    if ((regular && ftruncate(fd, 0) != 0) || !writeTo(root, fd)) return failed(MFILE_ERR_IO, fd);
     close(fd);
     vFILE_Errno = MFILE_OK;
     return 0;
 }
 
 // The text goes into a new file beside the target, which gets the target's
-// mode (and owner, where allowed), is synced and renamed over it, and the
-// directory synced: a crash leaves the old file or the new one, at worst a
-// stray temporary.
+// owner and mode, is synced and renamed over it, and the directory synced:
+// a crash leaves the old file or the new one, at worst a stray temporary.
 int replaceFile(const tConfGroup* root, const char* path)
 {
     char target[PATH_MAX], dir[PATH_MAX], temp[PATH_MAX];
     const char* base;
     struct stat old;
-    if (!resolveTarget(path, target) || !splitPath(target, dir, &base)) return writeInPlace(root, path);
-    const bool exists = stat(target, &old) == 0;
+    if (!resolveTarget(path, target) || !splitPath(target, dir, &base)) return failed(MFILE_ERR_OPEN);
+    // A replacement does no more than an in-place write could: the caller must
+    // be able to open the file for writing, as the kernel decides (root passes
+    // the permission bits, so root replaces a 0444 file as its in-place write
+    // would rewrite it). An in-place write uses this descriptor, to that file.
+    const int fd = open(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 && errno != ENOENT) return failed(MFILE_ERR_OPEN);
+    if (fd >= 0 && fstat(fd, &old) != 0) return failed(MFILE_ERR_OPEN, fd);
     // Something that is no plain file (a device, a pipe) must not be swapped
     // for one, and a file with several hard links would lose them.
-    if (exists && (!S_ISREG(old.st_mode) || old.st_nlink > 1)) return writeInPlace(root, path);
-    const int tfd = createTemp(dir, base, 0666, temp);
+    if (fd >= 0 && (!S_ISREG(old.st_mode) || old.st_nlink > 1))
+        return writeInPlace(root, target, fd, S_ISREG(old.st_mode));
+
+    // On purpose 0600 until it has the old file's owner and mode, not 0666 less the umask as a plain new file.
+    // A new target has no mode to keep, and is made as any new file.
+    const int tfd = createTemp(dir, base, fd >= 0 ? 0600 : 0666, temp);
     if (tfd < 0) // a full disk is no reason to risk the in-place write
-        return errno == ENOSPC || errno == EDQUOT ? failed(MFILE_ERR_IO) : writeInPlace(root, path);
-    // Owner first, as a change of owner may clear the set-id bits; where it
-    // is not allowed, the file gets this process's owner.
-    if (exists && fchown(tfd, old.st_uid, old.st_gid) != 0) {
-    }
-    if (exists && fchmod(tfd, old.st_mode & 07777) != 0) {
+        return errno == ENOSPC || errno == EDQUOT ? failed(MFILE_ERR_IO, fd) : writeInPlace(root, target, fd, true);
+    // Owner first, as a change of owner may clear the set-id bits. If owner or
+    // group cannot be kept, the text goes in place, so that they never drift.
+    if (fd >= 0 && (fchown(tfd, old.st_uid, old.st_gid) != 0 || fchmod(tfd, old.st_mode & 07777) != 0)) {
         close(tfd);
         unlink(temp);
-        return writeInPlace(root, path);
+        return writeInPlace(root, target, fd, true);
     }
     const bool written = writeTo(root, tfd) && fsync(tfd) == 0;
-    if (close(tfd) != 0 || !written) return failed(MFILE_ERR_IO, -1, temp);
-    if (rename(temp, target) != 0) { // e.g. a file mounted over itself cannot be renamed over
+    if (close(tfd) != 0 || !written) return failed(MFILE_ERR_IO, fd, temp);
+    if (rename(temp, target) != 0) {
+        const int err = errno;
         unlink(temp);
-        return writeInPlace(root, path);
+        // In place only where a rename cannot work by nature (a file mounted over itself, another file system).
+        // On purpose no in-place write after any other failure (a full disk, I/O): it would truncate the old file.
+        return err == EBUSY || err == EXDEV ? writeInPlace(root, target, fd, true) : failed(MFILE_ERR_IO, fd);
     }
+    if (fd >= 0) close(fd);
     const int dfd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd >= 0) { // some file systems cannot sync a directory; the rename stands anyway
         (void)fsync(dfd);
