@@ -169,27 +169,24 @@ void* allocNode(StoreIndex* st, size_t n)
     return reinterpret_cast<char*>(c) + c->used - n;
 }
 
-char* copyText(char* at, const char* text, size_t len)
-{
-    memcpy(at, text, len);
-    at[len] = '\0';
-    return at;
-}
+char* copyText(char* at, const char* text, size_t len) { memcpy(at, text, len); at[len] = '\0'; return at; }
 
 // The value text inside the item's own block.
 inline const char* inlineValue(const tConfItem* item) { return item->key + strlen(item->key) + 1; }
 
-tConfItem* newItem(StoreIndex* st, const char* key, size_t keyLen, const char* value, const char* comment)
+// An item of texts of the given lengths (a null comment is none).
+tConfItem* newItem(StoreIndex* st, const char* key, size_t keyLen, const char* value, size_t valueLen,
+                   const char* comment, size_t commentLen)
 {
-    const size_t valueLen = strlen(value), commentLen = comment != nullptr ? strlen(comment) + 1 : 0;
     if (keyLen > SIZE_MAX / 4 || valueLen > SIZE_MAX / 4 || commentLen > SIZE_MAX / 4) return nullptr;
-    tConfItem* item = static_cast<tConfItem*>(allocNode(st, sizeof(tConfItem) + keyLen + valueLen + 2 + commentLen));
+    const size_t commentBytes = comment != nullptr ? commentLen + 1 : 0;
+    tConfItem* item = static_cast<tConfItem*>(allocNode(st, sizeof(tConfItem) + keyLen + valueLen + 2 + commentBytes));
     if (item == nullptr) return nullptr;
     char* text = reinterpret_cast<char*>(item + 1);
     item->next = nullptr;
     item->key = copyText(text, key, keyLen);
     item->value = copyText(text + keyLen + 1, value, valueLen);
-    item->comment = comment != nullptr ? copyText(text + keyLen + valueLen + 2, comment, commentLen - 1) : nullptr;
+    item->comment = comment != nullptr ? copyText(text + keyLen + valueLen + 2, comment, commentLen) : nullptr;
     return item;
 }
 
@@ -239,10 +236,10 @@ tConfGroup* appendGroup(StoreIndex* st, const char* name, size_t nameLen, uint32
 // Adds to an indexed group as mCONF_AddItem defines it. made: an item that
 // the reader made of these texts, which is linked (or left unused in the
 // arena when its key is there already); else one is made as needed.
-tConfItem* addIndexed(tConfGroup* group, const char* key, const char* value, const char* comment, tConfItem* made)
+tConfItem* addIndexed(tConfGroup* group, const char* key, size_t keyLen, const char* value, const char* comment,
+                      tConfItem* made)
 {
     tConfIndex* ix = group->index;
-    const size_t keyLen = strlen(key);
     const bool hashed = ix->items.slots != nullptr, needTable = hashed || ix->count + 1 > kLinearMax;
     const uint32_t h = needTable ? hashText(key, keyLen) : 0;
     tConfItem* old = hashed ? static_cast<tConfItem*>(tableFind(ix->items, key, keyLen, h))
@@ -256,7 +253,9 @@ tConfItem* addIndexed(tConfGroup* group, const char* key, const char* value, con
         const uint32_t ih = hashText(it->key, len);
         if (tableFind(ix->items, it->key, len, ih) == nullptr) tableInsert(ix->items, ih, it);
     }
-    tConfItem* item = made != nullptr ? made : newItem(ix->store, key, keyLen, value, comment);
+    tConfItem* item = made != nullptr ? made
+                                      : newItem(ix->store, key, keyLen, value, strlen(value), comment,
+                                                comment != nullptr ? strlen(comment) : 0);
     if (item == nullptr) return nullptr;
     item->next = nullptr;
     (ix->last != nullptr ? ix->last->next : group->items) = item;
@@ -273,19 +272,20 @@ tConfItem* addIndexed(tConfGroup* group, const char* key, const char* value, con
 tConfItem* mCONF_AddItem(tConfGroup* group, const char* key, const char* value, const char* comment)
 {
     if (group == nullptr || key == nullptr || value == nullptr) return nullptr;
-    if (group->index != nullptr) return addIndexed(group, key, value, comment, nullptr);
+    if (group->index != nullptr) return addIndexed(group, key, strlen(key), value, comment, nullptr);
     tConfItem** link = &group->items; // a group not made here: the list alone
     const bool command = group->name != nullptr && strcmp(group->name, kCommandGroup) == 0;
     for (; *link != nullptr; link = &(*link)->next)
         if (!command && strcmp((*link)->key, key) == 0) return replaceValue(*link, value, nullptr);
-    return *link = newItem(nullptr, key, strlen(key), value, comment);
+    return *link = newItem(nullptr, key, strlen(key), value, strlen(value), comment, comment ? strlen(comment) : 0);
 }
 
-tConfItem* confAppendItem(tConfGroup* group, const char* key, const char* value, const char* comment)
+tConfItem* confAppendItem(tConfGroup* group, const char* key, size_t keyLen, const char* value, size_t valueLen,
+                          const char* comment, size_t commentLen)
 {
     tConfIndex* ix = group != nullptr ? group->index : nullptr;
     if (ix == nullptr || ix->store == nullptr) return mCONF_AddItem(group, key, value, comment);
-    tConfItem* item = newItem(ix->store, key, strlen(key), value, comment);
+    tConfItem* item = newItem(ix->store, key, keyLen, value, valueLen, comment, commentLen);
     if (item == nullptr) return nullptr;
     (ix->pending != nullptr ? ix->pendingTail->next : ix->pending) = item;
     return ix->pendingTail = item;
@@ -298,7 +298,7 @@ void confSettle(tConfGroup* group)
     if (ix != nullptr) ix->pending = nullptr;
     for (tConfItem* next; it != nullptr; it = next) {
         next = it->next;
-        addIndexed(group, it->key, it->value, it->comment, it);
+        addIndexed(group, it->key, static_cast<size_t>(it->value - it->key - 1), it->value, it->comment, it);
     }
 }
 
@@ -341,11 +341,11 @@ int mCONF_Free(tConfGroup* root)
         tConfGroup* next = g->next;
         // The blocks of a store go with its arena: only values replaced
         // since have blocks of their own, besides the nodes of lone groups.
-        for (tConfItem* it = st == nullptr || st->replaced != 0 ? g->items : nullptr, *nextItem; it != nullptr;) {
+        for (tConfItem *it = st == nullptr || st->replaced != 0 ? g->items : nullptr, *nextItem; it != nullptr;
+             it = nextItem) {
             nextItem = it->next;
             if (it->value != inlineValue(it)) free(it->value);
             if (st == nullptr) free(it);
-            it = nextItem;
         }
         if (g->index != nullptr) tableFree(g->index->items);
         if (st == nullptr) free(g);
@@ -447,8 +447,7 @@ int mCONF_GetHexaValue(tConfGroup* root, const char* groupName, const char* key,
 char* mCONF_GetStrValue(tConfGroup* root, const char* groupName, const char* key, char* dst,
                         const char* defaultValue)
 {
-    // dst is sized by the caller, who knows the value's length; the library
-    // has no length to check against.
+    // dst is sized by the caller, who knows the value; the library has no length to check.
     const char* value = dst != nullptr ? mCONF_GetValue(root, groupName, key) : nullptr;
     if (value == nullptr && dst != nullptr) value = defaultValue;
     return value != nullptr ? strcpy(dst, value) : nullptr;

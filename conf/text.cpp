@@ -147,10 +147,9 @@ struct Reader {
 
 bool startReader(Reader& r)
 {
+    memset(&r, 0, sizeof r);
     r.root = r.group = mCONF_New();
     r.name = "";
-    r.cutLen = 0;
-    r.inLine = r.ended = r.oneGroup = false;
     setSeparators(r.line, "=");
     return r.root != nullptr;
 }
@@ -167,7 +166,7 @@ void readLine(Reader& r, const char* text)
         r.name = static_cast<const char*>(memcpy(r.head, l.key.text, l.key.len + 1));
         r.group = mCONF_AddGroup(r.root, r.name);
     } else if (kind == 1 && r.group != nullptr)
-        confAppendItem(r.group, l.key.text, l.value.text, comment);
+        confAppendItem(r.group, l.key.text, l.key.len, l.value.text, l.value.len, comment, l.comment.len);
     else if (kind == 1) // the group could not be made: try again by its name
         mCONF_SetValue(r.root, r.name, l.key.text, l.value.text, comment);
 }
@@ -192,18 +191,16 @@ void endLine(Reader& r)
 
 // Cuts a text that comes in blocks into the lines that strgets would give:
 // a run of CR and LF ends a line, a line is cut at 255 bytes, and the text
-// ends at its first NUL.
+// ends at its first NUL. A block ends in a NUL of its own, at end.
 void cutLines(Reader& r, const char* p, const char* end)
 {
     while (p < end && !r.ended) {
-        const char* e = p;
-        while (e < end && !isEnd(*e)) ++e;
+        const char* e = p + strcspn(p, "\r\n");
         const size_t run = static_cast<size_t>(e - p), room = static_cast<size_t>(kLineMax) - r.cutLen;
         memcpy(r.cut + r.cutLen, p, run < room ? run : room);
         r.cutLen += run < room ? run : room;
         r.inLine = r.inLine || run > 0;
-        if (e == end)
-            return; // the line goes on in the next block
+        if (e == end) return; // the line goes on in the next block
         r.ended = *e == '\0';
         endLine(r);
         p = e + 1;
@@ -211,19 +208,16 @@ void cutLines(Reader& r, const char* p, const char* end)
 }
 
 // ---- Writer ---------------------------------------------------------------
-// Where the canonical text goes: nowhere but counted (buf null), into memory
-// of the counted size, or into a file (fd >= 0) through buf. The first
-// failed write ends a file's output.
+// Where the canonical text goes: nowhere but counted (buf null), into memory of
+// the counted size, or into a file (fd >= 0) through buf, up to a failed write.
 struct Out { char* buf; size_t len, cap; int fd; bool failed; };
 
 bool flushOut(Out& o)
 {
     for (size_t done = 0; done < o.len && !o.failed;) {
         const ssize_t w = write(o.fd, o.buf + done, o.len - done);
-        if (w > 0)
-            done += static_cast<size_t>(w);
-        else if (w == 0 || errno != EINTR)
-            o.failed = true;
+        if (w > 0) done += static_cast<size_t>(w);
+        else if (w == 0 || errno != EINTR) o.failed = true;
     }
     o.len = 0;
     return !o.failed;
@@ -487,12 +481,15 @@ tConfGroup* mCONF_FileRead(const char* path)
     off_t left = st.st_size;
     if (fstat(fd, &st) == 0 && st.st_size < left) left = st.st_size;
     Reader r;
-    char* block = static_cast<char*>(malloc(kBlock));
+    char* block = static_cast<char*>(malloc(kBlock + 1));
     int code = startReader(r) && block != nullptr ? MFILE_OK : MFILE_ERR_NOMEM;
     for (ssize_t n; code == MFILE_OK && left > 0; left -= n) {
         n = read(fd, block, left < static_cast<off_t>(kBlock) ? static_cast<size_t>(left) : kBlock);
         code = n > 0 ? MFILE_OK : MFILE_ERR_IO; // a file that shrank or cannot be read gives no store
-        if (n > 0) cutLines(r, block, block + n);
+        if (n > 0) {
+            block[n] = '\0'; // where cutLines stops
+            cutLines(r, block, block + n);
+        }
     }
     free(block);
     close(fd);
