@@ -4,230 +4,121 @@
 #include "mfile.h"
 #include "mstring.h"
 
-#include <atomic>
-#include <cctype>
-#include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
+#include <ctype.h>
+#include <errno.h>
 #include <fcntl.h>
-#include <new>
-#include <string>
+#include <limits.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 // ---- Parser ---------------------------------------------------------------
-
 // Every field is parsed into a buffer of this size. Lines from the reader
 // are at most 255 bytes and always fit; a longer line given straight to
-// mCONF_ParseLine has each field cut at kFieldMax bytes, while the scan
-// itself goes on by the same rules (so the comment is still found).
-constexpr size_t kParseBuf = 260;
-constexpr size_t kFieldMax = kParseBuf - 1;
-// The reader's line buffer: 255 bytes and a terminator.
-constexpr int kLineMax = 255;
+// mCONF_ParseLine has each field cut at kParseBuf - 1 bytes, while the scan
+// goes on by the same rules (so the comment is still found).
+const size_t kParseBuf = 260;
+const int kLineMax = 255; // the reader's lines, without their terminator
 
-struct Field {
-    char text[kParseBuf];
-    size_t len = 0;       // bytes stored
-    bool hasNul = false;  // a decoded %00 is among them
-
-    void clear()
-    {
-        len = 0;
-        hasNul = false;
-    }
-    void put(char c)
-    {
-        if (len < kFieldMax) {
-            text[len++] = c;
-            hasNul = hasNul || c == '\0';
-        }
-    }
-    void append(const char* p, size_t n)
-    {
-        const size_t room = kFieldMax - len;
-        if (n > room)
-            n = room;
-        memcpy(text + len, p, n);
-        len += n;
-    }
-    void finish()
-    {
-        text[len] = '\0';
-        if (hasNul)
-            len = strlen(text); // a decoded %00 ends the text there
-    }
-};
+struct Field { char text[kParseBuf]; size_t len; };
 
 struct ParsedLine {
-    Field key;   // or the group name of a head
-    Field value;
-    Field comment;
-    bool hasComment = false;
-    bool hashed = false;  // keyHash holds the key's hash in its group
-    uint32_t keyHash = 0;
-
-    void clear()
-    {
-        key.clear();
-        value.clear();
-        comment.clear();
-        hasComment = false;
-        hashed = false;
-    }
+    Field key; // or the group name of a head
+    Field value, comment;
+    bool hasComment;
+    bool isSep[256]; // the separator bytes (never NUL)
 };
 
-// Byte classes of the format.
-enum : unsigned char { kBlank = 1, kEnd = 2, kCommentSign = 4, kPercent = 8, kClose = 16 };
-
-struct ClassTable {
-    unsigned char of[256] = {};
-    constexpr ClassTable()
-    {
-        of[static_cast<unsigned char>(' ')] = kBlank;
-        of[static_cast<unsigned char>('\t')] = kBlank;
-        of[0] = kEnd;
-        of[static_cast<unsigned char>('\r')] = kEnd;
-        of[static_cast<unsigned char>('\n')] = kEnd;
-        of[static_cast<unsigned char>(';')] = kCommentSign;
-        of[static_cast<unsigned char>('#')] = kCommentSign;
-        of[static_cast<unsigned char>('%')] = kPercent;
-        of[static_cast<unsigned char>(']')] = kClose;
-    }
-};
-constexpr ClassTable kClasses;
-
-inline unsigned char classOf(char c) { return kClasses.of[static_cast<unsigned char>(c)]; }
-inline bool isBlank(char c) { return (classOf(c) & kBlank) != 0; }
-inline bool isLineEnd(char c) { return (classOf(c) & kEnd) != 0; }
-inline bool isXDigit(char c) { return isxdigit(static_cast<unsigned char>(c)) != 0; }
-
-int hexValue(char c)
+void setSeparators(ParsedLine& l, const char* set)
 {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    return toupper(static_cast<unsigned char>(c)) - 'A' + 10;
+    memset(l.isSep, 0, sizeof l.isSep);
+    for (; set != nullptr && *set != '\0'; ++set) l.isSep[static_cast<unsigned char>(*set)] = true;
 }
 
-// The separator set; one byte (the usual "=") is a plain comparison.
-class SeparatorSet {
-public:
-    explicit SeparatorSet(const char* set) : set_(set), one_(set[0] != '\0' && set[1] == '\0' ? set[0] : '\0') {}
-    bool has(char c) const
-    {
-        if (one_ != '\0')
-            return c == one_;
-        return c != '\0' && strchr(set_, c) != nullptr;
-    }
+inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
+inline bool isEnd(char c) { return c == '\0' || c == '\r' || c == '\n'; }
+inline bool isCommentSign(char c) { return c == ';' || c == '#'; }
+inline bool isSep(const ParsedLine& l, char c) { return l.isSep[static_cast<unsigned char>(c)]; }
 
-private:
-    const char* set_;
-    char one_;
-};
-
-// Decodes the escape at p ("%XX") into *out and moves p behind it; false for
-// anything else behind a '%'. Stops at the NUL, never past it.
-bool decodeEscape(const char*& p, char* out)
+// Appends n bytes to a field, as far as it has room, and terminates it.
+void add(Field& f, const char* p, size_t n)
 {
-    if (!isXDigit(p[1]) || !isXDigit(p[2]))
-        return false;
-    *out = static_cast<char>(hexValue(p[1]) * 16 + hexValue(p[2]));
+    n = n < kParseBuf - 1 - f.len ? n : kParseBuf - 1 - f.len;
+    memcpy(f.text + f.len, p, n);
+    f.len += n;
+    f.text[f.len] = '\0';
+}
+
+int hexValue(char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; }
+
+// Decodes the escape "%XX" at p into the field and moves p behind it; false
+// for anything else behind a '%'. Stops at the NUL, never past it.
+bool addEscape(Field& f, const char*& p)
+{
+    if (!isxdigit(static_cast<unsigned char>(p[1])) || !isxdigit(static_cast<unsigned char>(p[2]))) return false;
+    const char byte = static_cast<char>(hexValue(p[1]) * 16 + hexValue(p[2]));
+    add(f, &byte, 1);
     p += 3;
     return true;
 }
 
-// The line rules: -1 nothing, 0 a head (name in key), 1 an item. `out` must
-// be clear.
-int parseLine(const char* line, const SeparatorSet& separators, bool wantComment, ParsedLine& out)
+// The line rules: -1 nothing, 0 a head (name in key), 1 an item.
+int parseLine(const char* p, bool wantComment, ParsedLine& out)
 {
-    const char* p = line;
-    while (isBlank(*p))
-        ++p;
-    if ((classOf(*p) & (kEnd | kCommentSign)) != 0)
-        return -1;
-
-    if (*p == '[') {
-        // The name runs to the first ']' that is no escape.
-        ++p;
-        for (;;) {
+    out.key.len = out.value.len = out.comment.len = 0;
+    out.key.text[0] = out.value.text[0] = out.comment.text[0] = '\0';
+    out.hasComment = false;
+    while (isBlank(*p)) ++p;
+    if (isEnd(*p) || isCommentSign(*p)) return -1;
+    if (*p == '[') { // the name runs to the first ']' that is no escape
+        for (++p;;) {
             const char* run = p;
-            while ((classOf(*p) & (kEnd | kPercent | kClose)) == 0)
-                ++p;
-            out.key.append(run, static_cast<size_t>(p - run));
-            if (*p == ']')
-                break;
-            if (*p != '%')
-                return -1; // line end before ']'
-            char byte;
-            if (!decodeEscape(p, &byte))
-                return -1;
-            out.key.put(byte);
+            while (!isEnd(*p) && *p != '%' && *p != ']') ++p;
+            add(out.key, run, static_cast<size_t>(p - run));
+            if (*p == ']') break;
+            if (*p != '%' || !addEscape(out.key, p))
+                return -1; // the line ends before ']', or a bad escape
         }
-        out.key.finish();
+        out.key.len = strlen(out.key.text); // a decoded %00 ends the name
         return 0;
     }
 
-    // The first separator byte of the line.
-    const char* sep = p;
-    while (!isLineEnd(*sep) && !separators.has(*sep))
-        ++sep;
-    if (isLineEnd(*sep))
-        return -1;
-
-    // The key: the first blank-free run, decoding escapes.
-    for (const char* k = p;;) {
+    const char* sep = p; // the first separator byte of the line
+    while (!isEnd(*sep) && !isSep(out, *sep)) ++sep;
+    if (isEnd(*sep)) return -1;
+    for (const char* k = p;;) { // the key: the first blank-free run
         const char* run = k;
-        while ((classOf(*k) & (kBlank | kEnd | kPercent)) == 0 && !separators.has(*k))
-            ++k;
-        out.key.append(run, static_cast<size_t>(k - run));
-        if (*k != '%' || separators.has(*k))
-            break;
-        char byte;
-        if (!decodeEscape(k, &byte))
-            return -1;
-        out.key.put(byte);
+        while (!isBlank(*k) && !isEnd(*k) && *k != '%' && !isSep(out, *k)) ++k;
+        add(out.key, run, static_cast<size_t>(k - run));
+        if (*k != '%' || isSep(out, *k)) break;
+        if (!addEscape(out.key, k)) return -1;
     }
-    out.key.finish();
+    out.key.len = strlen(out.key.text);
 
-    // The value.
     const char* v = sep + 1;
-    while (isBlank(*v))
-        ++v;
-    if (*v == '"' || *v == '\'') {
-        // Quoted: to the same quote, or to the NUL; no escapes inside.
-        const char quote = *v++;
-        const char* end = v;
-        while (*end != '\0' && *end != quote)
-            ++end;
-        out.value.append(v, static_cast<size_t>(end - v));
-        v = *end == quote ? end + 1 : end;
+    while (isBlank(*v)) ++v;
+    if (*v == '"' || *v == '\'') { // quoted: to the same quote or the NUL
+        const char* end = v + 1;
+        while (*end != '\0' && *end != *v) ++end;
+        add(out.value, v + 1, static_cast<size_t>(end - v - 1));
+        v = *end != '\0' ? end + 1 : end;
     } else {
         const char* run = v;
-        while ((classOf(*v) & (kBlank | kEnd | kCommentSign)) == 0)
-            ++v;
-        out.value.append(run, static_cast<size_t>(v - run));
+        while (!isBlank(*v) && !isEnd(*v) && !isCommentSign(*v)) ++v;
+        add(out.value, run, static_cast<size_t>(v - run));
     }
-    out.value.finish();
 
-    // The comment: behind the first ';' or '#' that follows the value.
-    if (wantComment) {
-        while ((classOf(*v) & (kEnd | kCommentSign)) == 0)
-            ++v;
-        if (!isLineEnd(*v)) {
-            ++v;
-            // Scanned by hand: the line may be part of a larger text.
-            const char* end = v;
-            while (!isLineEnd(*end))
-                ++end;
-            out.comment.append(v, static_cast<size_t>(end - v));
-            out.comment.finish();
-            out.hasComment = true;
-        }
+    if (wantComment) { // the comment: behind the next ';' or '#'
+        while (!isEnd(*v) && !isCommentSign(*v)) ++v;
+        const char* end = v;
+        while (!isEnd(*end)) ++end;
+        out.hasComment = !isEnd(*v);
+        if (out.hasComment) add(out.comment, v + 1, static_cast<size_t>(end - v - 1));
     }
     return 1;
 }
@@ -235,628 +126,381 @@ int parseLine(const char* line, const SeparatorSet& separators, bool wantComment
 char* heapCopy(const Field& f)
 {
     char* p = static_cast<char*>(malloc(f.len + 1));
-    if (p != nullptr) {
-        memcpy(p, f.text, f.len);
-        p[f.len] = '\0';
+    return p != nullptr ? static_cast<char*>(memcpy(p, f.text, f.len + 1)) : nullptr;
+}
+
+// ---- Reader ---------------------------------------------------------------
+// The reader's state: the store, the current group by name and by node
+// (null if it could not be made), the line being parsed and, for a text
+// that comes in blocks, the line being cut from it. oneGroup: heads are
+// ignored and comments dropped (readBuf).
+struct Reader {
+    tConfGroup* root;
+    tConfGroup* group;
+    const char* name;
+    char head[kParseBuf];
+    ParsedLine line;
+    char cut[kLineMax + 1];
+    size_t cutLen;
+    bool inLine, ended, oneGroup;
+};
+
+bool startReader(Reader& r)
+{
+    memset(&r, 0, sizeof r);
+    r.root = r.group = mCONF_New();
+    r.name = "";
+    setSeparators(r.line, "=");
+    return r.root != nullptr;
+}
+
+// One line as mCONF_BufRead defines it: a head selects (and makes) the
+// current group, an item goes to it, anything else is skipped.
+void readLine(Reader& r, const char* text)
+{
+    const ParsedLine& l = r.line;
+    const int kind = parseLine(text, !r.oneGroup, r.line);
+    const char* comment = l.hasComment ? l.comment.text : nullptr;
+    if (kind == 0 && !r.oneGroup) {
+        confSettle(r.group);
+        r.name = static_cast<const char*>(memcpy(r.head, l.key.text, l.key.len + 1));
+        r.group = mCONF_AddGroup(r.root, r.name);
+    } else if (kind == 1 && r.group != nullptr)
+        confAppendItem(r.group, l.key.text, l.key.len, l.value.text, l.value.len, comment, l.comment.len);
+    else if (kind == 1) // the group could not be made: try again by its name
+        mCONF_SetValue(r.root, r.name, l.key.text, l.value.text, comment);
+}
+
+// A whole text in memory, cut into lines by strgets.
+tConfGroup* readText(Reader& r, const char* text)
+{
+    char line[kLineMax + 1];
+    line[kLineMax] = '\0'; // strgets leaves a full line of 255 bytes unterminated
+    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) readLine(r, line);
+    confSettle(r.group);
+    return r.root;
+}
+
+void endLine(Reader& r)
+{
+    r.cut[r.cutLen] = '\0';
+    if (r.inLine) readLine(r, r.cut);
+    r.cutLen = 0;
+    r.inLine = false;
+}
+
+// Cuts a text that comes in blocks into the lines that strgets would give:
+// a run of CR and LF ends a line, a line is cut at 255 bytes, and the text
+// ends at its first NUL. A block ends in a NUL of its own, at end.
+void cutLines(Reader& r, const char* p, const char* end)
+{
+    while (p < end && !r.ended) {
+        const char* e = p + strcspn(p, "\r\n");
+        const size_t run = static_cast<size_t>(e - p), room = static_cast<size_t>(kLineMax) - r.cutLen;
+        memcpy(r.cut + r.cutLen, p, run < room ? run : room);
+        r.cutLen += run < room ? run : room;
+        r.inLine = r.inLine || run > 0;
+        if (e == end) return; // the line goes on in the next block
+        r.ended = *e == '\0';
+        endLine(r);
+        p = e + 1;
     }
-    return p;
 }
 
 // ---- Writer ---------------------------------------------------------------
+// Where the canonical text goes: nowhere but counted (buf null), into memory of
+// the counted size, or into a file (fd >= 0) through buf, up to a failed write.
+struct Out { char* buf; size_t len, cap; int fd; bool failed; };
 
-// The bytes that the writer escapes in names and keys.
-constexpr char kEscaped[] = "[] ";
-
-size_t escapedLength(const char* s)
+bool flushOut(Out& o)
 {
-    size_t n = 0;
-    for (;;) {
-        const size_t run = strcspn(s, kEscaped);
-        n += run;
-        s += run;
-        if (*s == '\0')
-            return n;
-        n += 3;
-        ++s;
+    for (size_t done = 0; done < o.len && !o.failed;) {
+        const ssize_t w = write(o.fd, o.buf + done, o.len - done);
+        if (w > 0) done += static_cast<size_t>(w);
+        else if (w == 0 || errno != EINTR) o.failed = true;
+    }
+    o.len = 0;
+    return !o.failed;
+}
+
+void put(Out& o, const char* s, size_t n)
+{
+    if (o.buf == nullptr) o.len += n;
+    while (o.buf != nullptr && n > 0) {
+        if (o.len == o.cap && (o.fd < 0 || !flushOut(o))) return;
+        const size_t k = n < o.cap - o.len ? n : o.cap - o.len;
+        memcpy(o.buf + o.len, s, k);
+        o.len += k;
+        s += k;
+        n -= k;
     }
 }
 
-inline bool isWritten(const tConfGroup* g) { return g->name != nullptr && g->name[0] != '\0'; }
-
-// The exact size of the canonical text, terminator included.
-size_t canonicalSize(const tConfGroup* root)
-{
-    size_t size = 1;
-    for (const tConfGroup* g = root; g != nullptr; g = g->next) {
-        if (!isWritten(g))
-            continue;
-        size += 1 + escapedLength(g->name) + 1 + 2 + 2;
-        for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
-            size += escapedLength(it->key) + 3 + strlen(it->value) + 1 + 2;
-            if (it->comment != nullptr)
-                size += 2 + strlen(it->comment);
-        }
-    }
-    return size;
-}
-
-// Renders into memory that was sized by canonicalSize.
-class MemoryOut {
-public:
-    explicit MemoryOut(char* at) : at_(at) {}
-    void put(const char* s, size_t n)
-    {
-        memcpy(at_, s, n);
-        at_ += n;
-    }
-    void put(char c) { *at_++ = c; }
-    char* end() const { return at_; }
-
-private:
-    char* at_;
-};
-
-// Renders into a file through a buffer of its own. The first failed write
-// ends the output; finish() tells.
-class FdOut {
-public:
-    explicit FdOut(int fd) : fd_(fd), buf_(static_cast<char*>(malloc(kCap))) {}
-    ~FdOut() { free(buf_); }
-    FdOut(const FdOut&) = delete;
-    FdOut& operator=(const FdOut&) = delete;
-
-    bool ready() const { return buf_ != nullptr; }
-    void put(const char* s, size_t n)
-    {
-        if (n > kCap - len_) {
-            flush();
-            if (n >= kCap) {
-                failed_ = failed_ || !writeAll(s, n);
-                return;
-            }
-        }
-        memcpy(buf_ + len_, s, n);
-        len_ += n;
-    }
-    void put(char c)
-    {
-        if (len_ == kCap)
-            flush();
-        buf_[len_++] = c;
-    }
-    bool finish()
-    {
-        flush();
-        return !failed_;
-    }
-
-private:
-    static constexpr size_t kCap = 64 * 1024;
-
-    void flush()
-    {
-        failed_ = failed_ || !writeAll(buf_, len_);
-        len_ = 0;
-    }
-    bool writeAll(const char* p, size_t n)
-    {
-        while (n > 0) {
-            const ssize_t w = write(fd_, p, n);
-            if (w < 0 && errno == EINTR)
-                continue;
-            if (w < 1)
-                return false;
-            p += w;
-            n -= static_cast<size_t>(w);
-        }
-        return true;
-    }
-
-    int fd_;
-    char* buf_;
-    size_t len_ = 0;
-    bool failed_ = false;
-};
-
-template <class Out>
-void putEscaped(Out& out, const char* s)
+// Names and keys: '[', ']' and ' ' as %5B, %5D and %20.
+void putEscaped(Out& o, const char* s)
 {
     for (;;) {
-        const size_t run = strcspn(s, kEscaped);
-        out.put(s, run);
-        s += run;
-        if (*s == '\0')
-            return;
-        out.put(*s == '[' ? "%5B" : *s == ']' ? "%5D" : "%20", 3);
-        ++s;
+        const size_t run = strcspn(s, "[] ");
+        put(o, s, run);
+        if (s[run] == '\0') return;
+        put(o, s[run] == '[' ? "%5B" : s[run] == ']' ? "%5D" : "%20", 3);
+        s += run + 1;
     }
 }
 
 // The canonical form: per group with a name, "[name]" CR LF, the items as
 // key="value", with TAB ";comment" if any, CR LF each, and CR LF to close.
-template <class Out>
-void render(const tConfGroup* root, Out& out)
+void render(const tConfGroup* root, Out& o)
 {
     for (const tConfGroup* g = root; g != nullptr; g = g->next) {
-        if (!isWritten(g))
-            continue;
-        out.put('[');
-        putEscaped(out, g->name);
-        out.put("]\r\n", 3);
+        if (g->name == nullptr || g->name[0] == '\0') continue;
+        put(o, "[", 1);
+        putEscaped(o, g->name);
+        put(o, "]\r\n", 3);
         for (const tConfItem* it = g->items; it != nullptr; it = it->next) {
-            putEscaped(out, it->key);
-            out.put("=\"", 2);
-            out.put(it->value, strlen(it->value));
-            out.put('"');
+            putEscaped(o, it->key);
+            put(o, "=\"", 2);
+            put(o, it->value, strlen(it->value));
+            put(o, "\"", 1);
             if (it->comment != nullptr) {
-                out.put("\t;", 2);
-                out.put(it->comment, strlen(it->comment));
+                put(o, "\t;", 2);
+                put(o, it->comment, strlen(it->comment));
             }
-            out.put("\r\n", 2);
+            put(o, "\r\n", 2);
         }
-        out.put("\r\n", 2);
+        put(o, "\r\n", 2);
     }
 }
 
 // ---- Files ----------------------------------------------------------------
+const size_t kBlock = 64 * 1024; // files are read and written in blocks of this size
+unsigned g_tempCount = 0;        // makes the names of temporary files unique
 
-std::string dirOf(const std::string& path)
+// Renders the canonical text into fd: true if every byte went out.
+bool writeTo(const tConfGroup* root, int fd)
 {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    if (slash == 0)
-        return "/";
-    return path.substr(0, slash);
+    Out o = {static_cast<char*>(malloc(kBlock)), 0, kBlock, fd, false};
+    if (o.buf != nullptr) render(root, o);
+    const bool ok = o.buf != nullptr && !o.failed && flushOut(o);
+    free(o.buf);
+    return ok;
 }
 
-std::string baseOf(const std::string& path)
+// Ends a failed read or write: closes fd, removes temp, sets the code.
+int failed(int code, int fd = -1, const char* temp = nullptr)
 {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
+    if (fd >= 0) close(fd);
+    if (temp != nullptr) unlink(temp);
+    vFILE_Errno = code;
+    return -1;
 }
 
-// Follows symbolic links in the last part of the path, so that the file
-// they point to is the one replaced (as an open for writing would). A
-// missing end is fine: the target is then created. False if the links do
-// not resolve (a loop, an unreadable link).
-bool resolveTarget(const char* path, std::string& target)
+// The directory of path into dir ("." for none); *base is the last part.
+// False if it does not fit.
+bool splitPath(const char* path, char* dir, const char** base)
 {
-    target = path;
+    const char* slash = strrchr(path, '/');
+    *base = slash != nullptr ? slash + 1 : path;
+    const size_t n = slash == nullptr ? 0 : slash == path ? 1 : static_cast<size_t>(slash - path);
+    return n < PATH_MAX && snprintf(dir, PATH_MAX, "%.*s", static_cast<int>(n != 0 ? n : 1), n != 0 ? path : ".") > 0;
+}
+
+// Follows the links of the last part of path into target as an open would,
+// but in a sticky world-writable directory (such as /tmp) only a link of the
+// caller or of the directory's owner, as the kernel's rule for protected
+// links has it. False for a refused link, a loop or a path too long.
+bool resolveTarget(const char* path, char* target)
+{
+    if (snprintf(target, PATH_MAX, "%s", path) >= PATH_MAX) return false;
     for (int hops = 0; hops < 40; ++hops) {
-        struct stat st;
-        if (lstat(target.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
-            return true;
-        std::string link(st.st_size > 0 && st.st_size < 65536 ? static_cast<size_t>(st.st_size) + 1 : 4096, '\0');
-        const ssize_t n = readlink(target.c_str(), &link[0], link.size());
-        if (n <= 0 || static_cast<size_t>(n) >= link.size())
+        struct stat link, parent;
+        char dir[PATH_MAX], to[PATH_MAX];
+        const char* base;
+        if (lstat(target, &link) != 0 || !S_ISLNK(link.st_mode)) return true;
+        if (!splitPath(target, dir, &base) || stat(dir, &parent) != 0) return false;
+        // On purpose this rule holds whatever fs.protected_symlinks says: a planted link never redirects the write.
+        if ((parent.st_mode & (S_ISVTX | S_IWOTH)) == (S_ISVTX | S_IWOTH) && link.st_uid != geteuid() &&
+            link.st_uid != parent.st_uid)
             return false;
-        link.resize(static_cast<size_t>(n));
-        target = link[0] == '/' ? link : dirOf(target) + "/" + link;
+        const ssize_t n = readlink(target, to, sizeof to);
+        if (n <= 0 || n >= PATH_MAX) return false;
+        to[n] = '\0';
+        if (snprintf(target, PATH_MAX, "%s%s%s", to[0] == '/' ? "" : dir, to[0] == '/' ? "" : "/", to) >= PATH_MAX)
+            return false;
     }
     return false;
 }
 
-// Creates a new file beside the target, mode 0666 less the umask like any
-// new file; the name is hidden and unique. -1 with errno on failure.
-int createSibling(const std::string& dir, const std::string& base, std::string& name)
+// A new file beside the target under a hidden unique name, with the given
+// mode (less the umask). The descriptor, or -1 with errno.
+int createTemp(const char* dir, const char* base, mode_t mode, char* name)
 {
-    static std::atomic<unsigned> counter{0};
-    const std::string stem = dir + "/." + base.substr(0, 200) + ".tmp";
     for (int attempt = 0; attempt < 100; ++attempt) {
-        struct timespec ts;
-        clock_gettime(CLOCK_MONOTONIC, &ts);
-        const unsigned long mix = static_cast<unsigned long>(ts.tv_nsec) ^
-                                  (static_cast<unsigned long>(getpid()) << 20) ^ ((counter.fetch_add(1) + 1) * 2654435761u);
-        char suffix[24];
-        snprintf(suffix, sizeof suffix, "%08lx", mix & 0xffffffffUL);
-        name = stem + suffix;
-        const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd >= 0 || errno != EEXIST)
-            return fd;
+        const unsigned n = __atomic_add_fetch(&g_tempCount, 1, __ATOMIC_RELAXED);
+        if (snprintf(name, PATH_MAX, "%s/.%.200s.%d-%u.tmp", dir, base, static_cast<int>(getpid()), n) >= PATH_MAX) {
+            errno = ENAMETOOLONG;
+            return -1;
+        }
+        const int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        if (fd >= 0 || errno != EEXIST) return fd;
     }
     errno = EEXIST;
     return -1;
 }
 
-void syncDirectory(const std::string& dir)
+// The plain write over the file itself: through fd, the target opened for
+// writing, or else into a new file made at the target's name.
+int writeInPlace(const tConfGroup* root, const char* target, int fd, bool regular)
 {
-    const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    // Some file systems cannot sync a directory; the rename stands anyway.
-    (void)fsync(fd);
+    if (fd < 0 && (fd = open(target, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666)) < 0)
+        return failed(MFILE_ERR_OPEN);
+    if ((regular && ftruncate(fd, 0) != 0) || !writeTo(root, fd)) return failed(MFILE_ERR_IO, fd);
     close(fd);
-}
-
-// The plain write over the file itself, for where no new file can be made:
-// the whole text, then mFILE_Write with its results and codes.
-int writeInPlace(tConfGroup* root, const char* path)
-{
-    char* text = mCONF_BufWrite(root);
-    if (text == nullptr)
-        return -1;
-    const size_t len = strlen(text);
-    int result;
-    if (len > static_cast<size_t>(INT32_MAX)) {
-        vFILE_Errno = MFILE_ERR_IO;
-        result = -1;
-    } else {
-        result = mFILE_Write(path, text, static_cast<int>(len));
-    }
-    free(text);
-    return result;
-}
-
-// The new text is rendered straight into a new file in the target's
-// directory, which is synced, given the target's permission bits (and owner,
-// where allowed) and renamed over the target; then the directory is synced.
-// A crash leaves the old file or the new one, never a mix; at worst a stray
-// hidden temp file.
-int replaceFile(tConfGroup* root, const char* path)
-{
-    std::string target;
-    if (!resolveTarget(path, target))
-        return writeInPlace(root, path);
-    struct stat old;
-    const bool exists = stat(target.c_str(), &old) == 0;
-    // Something that is no plain file (a device, a pipe) must not be swapped
-    // for one, and a file with several hard links would lose them: both are
-    // written in place.
-    if (exists && (!S_ISREG(old.st_mode) || old.st_nlink > 1))
-        return writeInPlace(root, path);
-
-    const std::string dir = dirOf(target);
-    std::string temp;
-    const int fd = createSibling(dir, baseOf(target), temp);
-    if (fd < 0) {
-        // A full disk is no reason to risk the in-place write.
-        if (errno == ENOSPC || errno == EDQUOT) {
-            vFILE_Errno = MFILE_ERR_IO;
-            return -1;
-        }
-        return writeInPlace(root, path);
-    }
-    if (exists) {
-        // Owner first: a change of owner may clear the set-id bits.
-        if (fchown(fd, old.st_uid, old.st_gid) != 0) {
-            // Not allowed: the file gets this process's owner.
-        }
-        if (fchmod(fd, old.st_mode & 07777) != 0) {
-            close(fd);
-            unlink(temp.c_str());
-            return writeInPlace(root, path);
-        }
-    }
-    FdOut out(fd);
-    if (!out.ready()) {
-        // Out of memory, as the whole text would be.
-        close(fd);
-        unlink(temp.c_str());
-        return -1;
-    }
-    render(root, out);
-    if (!out.finish() || fsync(fd) != 0) {
-        close(fd);
-        unlink(temp.c_str());
-        vFILE_Errno = MFILE_ERR_IO;
-        return -1;
-    }
-    if (close(fd) != 0) {
-        unlink(temp.c_str());
-        vFILE_Errno = MFILE_ERR_IO;
-        return -1;
-    }
-    if (rename(temp.c_str(), target.c_str()) != 0) {
-        // E.g. a file mounted over itself cannot be renamed over.
-        unlink(temp.c_str());
-        return writeInPlace(root, path);
-    }
-    syncDirectory(dir);
     vFILE_Errno = MFILE_OK;
     return 0;
 }
 
-// ---- Reader ---------------------------------------------------------------
+// The text goes into a new file beside the target, which gets the target's
+// owner and mode, is synced and renamed over it, and the directory synced:
+// a crash leaves the old file or the new one, at worst a stray temporary.
+int replaceFile(const tConfGroup* root, const char* path)
+{
+    char target[PATH_MAX], dir[PATH_MAX], temp[PATH_MAX];
+    const char* base;
+    struct stat old;
+    if (!resolveTarget(path, target) || !splitPath(target, dir, &base)) return failed(MFILE_ERR_OPEN);
+    // A replacement does no more than an in-place write could: the caller must
+    // be able to open the file for writing, as the kernel decides (root passes
+    // the permission bits, so root replaces a 0444 file as its in-place write
+    // would rewrite it). An in-place write uses this descriptor, to that file.
+    const int fd = open(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 && errno != ENOENT) return failed(MFILE_ERR_OPEN);
+    if (fd >= 0 && fstat(fd, &old) != 0) return failed(MFILE_ERR_OPEN, fd);
+    // Something that is no plain file (a device, a pipe) must not be swapped
+    // for one, and a file with several hard links would lose them.
+    if (fd >= 0 && (!S_ISREG(old.st_mode) || old.st_nlink > 1))
+        return writeInPlace(root, target, fd, S_ISREG(old.st_mode));
 
-// Builds a store from lines as mCONF_BufRead defines it: heads select (and
-// make) the current group, items go to it, anything else is skipped.
-//
-// Items are stored a few lines behind the parse: each parsed item asks for
-// its slot of the group's key table at once, and by the time it is stored
-// the slot has come in from memory. Every queued item belongs to the current
-// group, as a head empties the queue first, so the store sees the same calls
-// in the same order.
-class StoreReader {
-public:
-    StoreReader()
-        : root_(mCONF_New()), queue_(new (std::nothrow) ParsedLine[kAhead]),
-          depth_(queue_ != nullptr ? kAhead : 1), ring_(queue_ != nullptr ? queue_ : &single_), group_(root_)
-    {
-        current_.finish();
+    // On purpose 0600 until it has the old file's owner and mode, not 0666 less the umask as a plain new file.
+    // A new target has no mode to keep, and is made as any new file.
+    const int tfd = createTemp(dir, base, fd >= 0 ? 0600 : 0666, temp);
+    if (tfd < 0) // a full disk is no reason to risk the in-place write
+        return errno == ENOSPC || errno == EDQUOT ? failed(MFILE_ERR_IO, fd) : writeInPlace(root, target, fd, true);
+    // Owner first, as a change of owner may clear the set-id bits. If owner or
+    // group cannot be kept, the text goes in place, so that they never drift.
+    if (fd >= 0 && (fchown(tfd, old.st_uid, old.st_gid) != 0 || fchmod(tfd, old.st_mode & 07777) != 0)) {
+        close(tfd);
+        unlink(temp);
+        return writeInPlace(root, target, fd, true);
     }
-    ~StoreReader()
-    {
-        delete[] queue_;
-        mCONF_Free(root_);
+    const bool written = writeTo(root, tfd) && fsync(tfd) == 0;
+    if (close(tfd) != 0 || !written) return failed(MFILE_ERR_IO, fd, temp);
+    if (rename(temp, target) != 0) {
+        const int err = errno;
+        unlink(temp);
+        // In place only where a rename cannot work by nature (a file mounted over itself, another file system).
+        // On purpose no in-place write after any other failure (a full disk, I/O): it would truncate the old file.
+        return err == EBUSY || err == EXDEV ? writeInPlace(root, target, fd, true) : failed(MFILE_ERR_IO, fd);
     }
-    StoreReader(const StoreReader&) = delete;
-    StoreReader& operator=(const StoreReader&) = delete;
-
-    bool ready() const { return root_ != nullptr; }
-
-    // One line: no line end, NUL-terminated, at most 255 bytes.
-    void line(const char* text)
-    {
-        while (isBlank(*text))
-            ++text;
-        ParsedLine& parsed = ring_[(first_ + queued_) % depth_];
-        parsed.clear();
-        const int kind = parseLine(text, equals_, true, parsed);
-        if (kind == 0) {
-            current_ = parsed.key;
-            storeQueued();
-            group_ = confAddGroupN(root_, current_.text, current_.len);
-        } else if (kind == 1) {
-            if (group_ != nullptr)
-                parsed.hashed = confPrefetchItem(group_, parsed.key.text, parsed.key.len, &parsed.keyHash);
-            if (++queued_ == depth_) {
-                store(ring_[first_]);
-                first_ = (first_ + 1) % depth_;
-                --queued_;
-            }
-        }
+    if (fd >= 0) close(fd);
+    const int dfd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dfd >= 0) { // some file systems cannot sync a directory; the rename stands anyway
+        (void)fsync(dfd);
+        close(dfd);
     }
-
-    // The store, which the caller then owns.
-    tConfGroup* finish()
-    {
-        storeQueued();
-        tConfGroup* root = root_;
-        root_ = nullptr;
-        return root;
-    }
-
-private:
-    static constexpr size_t kAhead = 8;
-
-    void store(const ParsedLine& item)
-    {
-        const char* comment = item.hasComment ? item.comment.text : nullptr;
-        if (group_ != nullptr)
-            confAddItemN(group_, item.key.text, item.key.len, item.value.text, item.value.len, comment,
-                         item.comment.len, item.hashed ? &item.keyHash : nullptr);
-        else // the group could not be made: try again by its name
-            mCONF_SetValue(root_, current_.text, item.key.text, item.value.text, comment);
-    }
-    void storeQueued()
-    {
-        for (; queued_ > 0; --queued_, first_ = (first_ + 1) % depth_)
-            store(ring_[first_]);
-    }
-
-    tConfGroup* root_;
-    ParsedLine single_;
-    ParsedLine* queue_;
-    size_t depth_;
-    ParsedLine* ring_;
-    size_t first_ = 0;
-    size_t queued_ = 0;
-    Field current_;        // the current group's name
-    tConfGroup* group_;    // and its node (null if it could not be made)
-    const SeparatorSet equals_{"="};
-};
-
-// Cuts a text that comes in blocks into the lines that strgets would give:
-// a run of CR and LF ends a line, lines are cut at 255 bytes, and the text
-// ends at its first NUL.
-class LineFeeder {
-public:
-    explicit LineFeeder(StoreReader& reader) : reader_(reader) {}
-
-    void feed(const char* p, size_t n)
-    {
-        const char* const end = p + n;
-        while (p < end && !ended_) {
-            const char* e = p;
-            while (e < end && !isLineEnd(*e))
-                ++e;
-            if (e > p) {
-                const size_t run = static_cast<size_t>(e - p);
-                const size_t room = static_cast<size_t>(kLineMax) - len_;
-                memcpy(line_ + len_, p, run < room ? run : room);
-                len_ += run < room ? run : room;
-                hadByte_ = true;
-            }
-            if (e == end)
-                return; // the line goes on in the next block
-            if (*e == '\0')
-                ended_ = true;
-            emit();
-            p = e + 1;
-        }
-    }
-
-    void finish()
-    {
-        if (!ended_)
-            emit();
-    }
-
-private:
-    void emit()
-    {
-        if (hadByte_) {
-            line_[len_] = '\0';
-            reader_.line(line_);
-        }
-        len_ = 0;
-        hadByte_ = false;
-    }
-
-    StoreReader& reader_;
-    char line_[kLineMax + 1];
-    size_t len_ = 0;
-    bool hadByte_ = false;
-    bool ended_ = false;
-};
+    vFILE_Errno = MFILE_OK;
+    return 0;
+}
 
 } // namespace
 
 int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, const char* separators)
 {
-    if (key != nullptr)
-        *key = nullptr;
-    if (value != nullptr)
-        *value = nullptr;
-    if (comment != nullptr)
-        *comment = nullptr;
-    if (line == nullptr || key == nullptr || value == nullptr)
-        return -1;
+    if (key != nullptr) *key = nullptr;
+    if (value != nullptr) *value = nullptr;
+    if (comment != nullptr) *comment = nullptr;
+    if (line == nullptr || key == nullptr || value == nullptr) return -1;
     ParsedLine parsed;
-    const int kind =
-        parseLine(line, SeparatorSet(separators != nullptr ? separators : ""), comment != nullptr, parsed);
-    if (kind < 0)
-        return -1;
-    *key = heapCopy(parsed.key);
-    if (*key == nullptr)
-        return -1;
-    if (kind == 0)
-        return 0;
+    setSeparators(parsed, separators);
+    const int kind = parseLine(line, comment != nullptr, parsed);
+    if (kind < 0 || (*key = heapCopy(parsed.key)) == nullptr) return -1;
+    if (kind == 0) return 0;
     *value = heapCopy(parsed.value);
     char* c = parsed.hasComment ? heapCopy(parsed.comment) : nullptr;
     if (*value == nullptr || (parsed.hasComment && c == nullptr)) {
         free(*key);
         free(*value);
         free(c);
-        *key = nullptr;
-        *value = nullptr;
+        *key = *value = nullptr;
         return -1;
     }
-    if (comment != nullptr)
-        *comment = c;
+    if (comment != nullptr) *comment = c;
     return 1;
 }
 
 tConfGroup* mCONF_BufRead(const char* text)
 {
-    StoreReader reader;
-    if (!reader.ready())
-        return nullptr;
-    char line[kLineMax + 1];
-    // strgets leaves a full line of 255 bytes unterminated: this byte ends it.
-    line[kLineMax] = '\0';
-    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;)
-        reader.line(line);
-    return reader.finish();
+    Reader r;
+    return startReader(r) ? readText(r, text) : nullptr;
 }
 
 tConfGroup* readBuf(const char* text, const char* groupName)
 {
-    tConfGroup* root = mCONF_New();
-    if (root == nullptr)
-        return nullptr;
-    tConfGroup* group = groupName != nullptr ? mCONF_AddGroup(root, groupName) : root;
-    char line[kLineMax + 1];
-    line[kLineMax] = '\0';
-    ParsedLine parsed;
-    const SeparatorSet equals("=");
-    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) {
-        const char* p = line;
-        while (isBlank(*p))
-            ++p;
-        parsed.clear();
-        if (parseLine(p, equals, false, parsed) != 1)
-            continue;
-        if (group != nullptr)
-            confAddItemN(group, parsed.key.text, parsed.key.len, parsed.value.text, parsed.value.len, nullptr, 0);
-        else
-            mCONF_SetValue(root, groupName, parsed.key.text, parsed.value.text, nullptr);
-    }
-    return root;
+    Reader r;
+    if (!startReader(r)) return nullptr;
+    r.oneGroup = true;
+    r.name = groupName;
+    r.group = groupName != nullptr ? mCONF_AddGroup(r.root, groupName) : r.root;
+    return readText(r, text);
 }
 
 char* mCONF_BufWrite(tConfGroup* root)
 {
-    // Measuring pass, one allocation of the exact size, writing pass.
-    const size_t size = canonicalSize(root);
-    char* text = static_cast<char*>(malloc(size));
-    if (text == nullptr)
-        return nullptr;
-    MemoryOut out(text);
-    render(root, out);
-    *out.end() = '\0';
-    return text;
+    // A measuring pass, one allocation of the exact size, a writing pass.
+    Out count = {nullptr, 0, 0, -1, false};
+    render(root, count);
+    Out o = {static_cast<char*>(malloc(count.len + 1)), 0, count.len, -1, false};
+    if (o.buf != nullptr) {
+        render(root, o);
+        o.buf[o.len] = '\0';
+    }
+    return o.buf;
 }
 
 tConfGroup* mCONF_FileRead(const char* path)
 {
-    // The file is read in blocks and fed to the reader as it comes, rather
-    // than whole into one buffer: the lines, and so the store, are the same,
-    // and the text never has to fit in memory beside the store.
+    // The file is read in blocks and cut into lines as it comes: the store is
+    // the one mCONF_BufRead gives for the whole text, which never has to fit
+    // in memory beside it.
     struct stat st;
-    if (path == nullptr || stat(path, &st) != 0) {
-        vFILE_Errno = MFILE_ERR_OPEN;
-        return nullptr;
-    }
-    // Sizes are 32-bit in this library.
-    if (st.st_size >= INT32_MAX) {
-        vFILE_Errno = MFILE_ERR_NOMEM;
-        return nullptr;
-    }
+    if (path == nullptr || stat(path, &st) != 0) return failed(MFILE_ERR_OPEN), nullptr;
+    if (st.st_size >= INT32_MAX) return failed(MFILE_ERR_NOMEM), nullptr; // sizes are 32-bit in this library
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        vFILE_Errno = MFILE_ERR_OPEN;
-        return nullptr;
-    }
+    if (fd < 0) return failed(MFILE_ERR_OPEN), nullptr;
     // As mFILE_Read: what the file holds now, but no more than at the stat.
     off_t left = st.st_size;
-    struct stat now;
-    if (fstat(fd, &now) == 0 && now.st_size < left)
-        left = now.st_size;
-
-    StoreReader reader;
-    constexpr size_t kBlock = 64 * 1024;
-    char* block = static_cast<char*>(malloc(kBlock));
-    if (!reader.ready() || block == nullptr) {
-        free(block);
-        close(fd);
-        vFILE_Errno = MFILE_ERR_NOMEM;
-        return nullptr;
-    }
-    LineFeeder feeder(reader);
-    while (left > 0) {
-        const size_t want = left < static_cast<off_t>(kBlock) ? static_cast<size_t>(left) : kBlock;
-        const ssize_t n = read(fd, block, want);
-        if (n < 1) {
-            // A file that shrank or cannot be read: no store.
-            free(block);
-            close(fd);
-            mCONF_Free(reader.finish());
-            vFILE_Errno = MFILE_ERR_IO;
-            return nullptr;
+    if (fstat(fd, &st) == 0 && st.st_size < left) left = st.st_size;
+    Reader r;
+    char* block = static_cast<char*>(malloc(kBlock + 1));
+    int code = startReader(r) && block != nullptr ? MFILE_OK : MFILE_ERR_NOMEM;
+    for (ssize_t n; code == MFILE_OK && left > 0; left -= n) {
+        n = read(fd, block, left < static_cast<off_t>(kBlock) ? static_cast<size_t>(left) : kBlock);
+        code = n > 0 ? MFILE_OK : MFILE_ERR_IO; // a file that shrank or cannot be read gives no store
+        if (n > 0) {
+            block[n] = '\0'; // where cutLines stops
+            cutLines(r, block, block + n);
         }
-        feeder.feed(block, static_cast<size_t>(n));
-        left -= n;
     }
     free(block);
     close(fd);
-    feeder.finish();
-    vFILE_Errno = MFILE_OK;
-    return reader.finish();
+    if (code == MFILE_OK && !r.ended) endLine(r);
+    confSettle(r.group);
+    if (code != MFILE_OK) mCONF_Free(r.root);
+    vFILE_Errno = code;
+    return code == MFILE_OK ? r.root : nullptr;
 }
 
 int mCONF_FileWrite(tConfGroup* root, const char* path)
 {
-    if (path == nullptr) {
-        vFILE_Errno = MFILE_ERR_OPEN;
-        return -1;
-    }
-    // The path handling builds strings; running out of memory there is a
-    // failed write like any other, not an exception for the caller.
-    try {
-        return replaceFile(root, path);
-    } catch (const std::bad_alloc&) {
-        return -1;
-    }
+    return path != nullptr && path[0] != '\0' ? replaceFile(root, path) : failed(MFILE_ERR_OPEN);
 }

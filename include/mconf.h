@@ -136,12 +136,21 @@ char* mCONF_BufWrite(tConfGroup* root);
 tConfGroup* mCONF_FileRead(const char* path);
 
 /* Writes the canonical text to path: 0, or -1 with vFILE_Errno 1 (cannot
- * open) or 2 (a write failed). The file is replaced atomically (new file in
- * the same directory, synced, renamed over it; a symbolic link's target is
- * replaced; permission bits and, where allowed, owner are kept), so a crash
- * or a full disk leaves the old file whole. Where that directory cannot take
- * a new file, or for a target that is no regular file or has several hard
- * links, the text is written in place as mFILE_Write does. */
+ * open: also a refused link, or a file that the caller may not open for
+ * writing) or 2 (a write, sync or rename failed). The file is replaced
+ * atomically: a new file in the same directory, private (0600) from its
+ * first byte, then given the old owner, group and mode, synced and renamed
+ * over it; so a crash or a full disk leaves the old file whole. Links in the
+ * last part of path are followed to the file they name, but in a sticky
+ * world-writable directory (such as /tmp) only a link of the caller or of
+ * the directory's owner, whatever fs.protected_symlinks says. The write is
+ * never more than an in-place write could do: a file that the caller cannot
+ * open for writing is left as it is (for root, who passes the permission
+ * bits, a 0444 file is written). The text goes in place, over the file
+ * itself, where the directory takes no new file, the owner or group cannot
+ * be kept, the target is no regular file or has several hard links, or the
+ * rename cannot work by nature (EBUSY, EXDEV); after any other failed rename
+ * the old file stays. A new file gets 0666 less the umask. */
 int mCONF_FileWrite(tConfGroup* root, const char* path);
 
 #endif /* MCONF_H */
