@@ -6,6 +6,11 @@
 #include "vxtest.h"
 
 #include <climits>
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <sys/fanotify.h>
+#include <sys/mount.h>
 #include <csignal>
 #include <sstream>
 #include <filesystem>
@@ -31,18 +36,6 @@ std::string captured(const std::function<void()>& fn)
     fn();
     fflush(stdout);
     return unstamped(testing::internal::GetCapturedStdout());
-}
-
-// Runs fn in a child (for limits and identities): its exit status. The
-// child ends with exit, so that coverage counts of a coverage build are kept.
-int inChild(const std::function<int()>& fn)
-{
-    const pid_t pid = fork();
-    if (pid == 0)
-        exit(fn());
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace
@@ -141,18 +134,25 @@ TEST(ConfStore, IndexAgreesWithAModel)
     mCONF_Free(root);
 }
 
-// mCONF_FileWrite of "[g] k=v" in a fresh directory d: the setting up, the
-// path written, whether another user writes it (or, with a file-size limit,
-// a full disk is met), the result and code, and then "file=content" ('*' is
-// the new text) of each file named.
+namespace {
+
+// mCONF_FileWrite of "[g] k=v" into a directory set up by steps, each
+// "name=text", "name>target" (a link), "name+other" (a hard link) or "name/"
+// (a directory), optionally ":mode:uid:gid" (octal mode). The writer is this
+// process ('r'), another user ('n', uid 65534: rows that need root), this
+// process with a file-size limit ('f', a full disk) or with its renames
+// failing with ENOSPC, EIO, EDQUOT or EXDEV ('S', 'I', 'Q', 'X'), or beside a
+// file mounted over itself ('B', EBUSY). Then the result and code, and the
+// content of each file named ('*' the new text); every old file keeps its
+// mode, owner and group, and no stray file is left.
 const struct {
-    const char* setUp; // "file=content" writes, "name>target" links, "name/" a directory
+    const char* setUp;
     const char* path;
-    char who; // 'r' this process, 'n' another user, 'f' a full disk
+    char who;
     int result, code;
     const char* after;
 } kWrites[] = {
-    {"a=old", "a", 'r', 0, 0, "a=*"},
+    {"a=old:2646", "a", 'r', 0, 0, "a=*"},
     {"a=old link>a", "link", 'r', 0, 0, "a=*"},
     {"dangling>new", "dangling", 'r', 0, 0, "new=*"},
     {"a=old a+b", "a", 'r', 0, 0, "b=*"},
@@ -160,54 +160,146 @@ const struct {
     {"d/", "d", 'r', -1, 1, ""},
     {"", "no/a", 'r', -1, 1, ""},
     {"a=old", "a", 'f', -1, 2, "a=old"},
-    {"sub/ sub/a=old", "sub/a", 'n', 0, 0, "sub/a=*"},
+    {"a=old", "a", 'S', -1, 2, "a=old"},
+    {"a=old", "a", 'I', -1, 2, "a=old"},
+    {"a=old", "a", 'Q', -1, 2, "a=old"},
+    {"a=old", "a", 'X', 0, 0, "a=*"},
+    {"a=old", "a", 'B', 0, 0, "a=*"},
+    {"sub/:755 sub/a=old:646", "sub/a", 'n', 0, 0, "sub/a=*"},
+    // Links in a sticky world-writable directory: followed only where the
+    // kernel would follow them (the caller's, or the directory owner's).
+    {"x=old t/:1777 t/x>../x::65534", "t/x", 'r', -1, 1, "x=old"},
+    {"x=old t/:1777 t/x>../x", "t/x", 'r', 0, 0, "x=*"},
+    {"x=old t/:1777:65534 t/x>../x::65534", "t/x", 'r', 0, 0, "x=*"},
+    {"x=old t/:777 t/x>../x::65534", "t/x", 'r', 0, 0, "x=*"},
+    // No more than an in-place write would grant.
+    {"d/:777 d/x=old:644", "d/x", 'n', -1, 1, "d/x=old"},
+    {"d/:777 d/x=old:444:65534:65534", "d/x", 'n', -1, 1, "d/x=old"},
+    {"d/:777 d/x=old:666", "d/x", 'n', 0, 0, "d/x=*"},
+    {"d/:777 d/x=old:664:65534:0", "d/x", 'n', 0, 0, "d/x=*"},
 };
 
-TEST(ConfFiles, ReadAndWrite)
+int g_renameErrno = 0; // when set, libmconf's renames fail with it
+
+size_t entries(const std::string& dir)
 {
-    const std::string text = "[g]\r\nk=\"v\"\r\n\r\n";
+    return std::distance(std::filesystem::recursive_directory_iterator(dir), {});
+}
+
+} // namespace
+
+// libmconf's rename, found in this program before the C library's.
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    errno = g_renameErrno;
+    return g_renameErrno == 0 ? renameat(AT_FDCWD, from, AT_FDCWD, to) : -1;
+}
+
+TEST(ConfFiles, Write)
+{
     EXPECT_EQ(mCONF_FileRead("/no/such/file"), nullptr);
     EXPECT_EQ(vFILE_Errno, 1);
     for (const auto& w : kWrites) {
+        const bool needsRoot = w.who == 'n' || w.who == 'B' || strchr(w.setUp, ':') != nullptr;
+        if (needsRoot && geteuid() != 0) {
+            std::cerr << "skipped (needs root for a second user): " << w.setUp << "\n";
+            continue;
+        }
         TempDir t;
         chmod(t.path.c_str(), 0755);
         const std::string d = t.path + "/";
+        std::map<std::string, struct stat> before;
         std::istringstream steps(w.setUp);
         for (std::string s; steps >> s;) {
-            const size_t at = std::min(s.find_first_of("=>+"), s.size() - 1); // else "dir/"
-            const std::string name = d + s.substr(0, at), rest = s.substr(at + 1);
-            if (s[at] == '=')
+            std::vector<std::string> f(4);
+            std::istringstream parts(s);
+            for (auto& p : f)
+                std::getline(parts, p, ':');
+            const size_t at = std::min(f[0].find_first_of("=>+"), f[0].size() - 1);
+            const std::string name = d + f[0].substr(0, at), rest = f[0].substr(at + 1);
+            if (f[0][at] == '=')
                 writeFile(name, rest);
-            else if (s[at] == '>')
+            else if (f[0][at] == '>')
                 symlink(rest.c_str(), name.c_str());
-            else if (s[at] == '+')
+            else if (f[0][at] == '+')
                 link(name.c_str(), (d + rest).c_str());
             else
                 mkdir(name.c_str(), 0755);
-            chmod(name.c_str(), s[at] == '/' ? 0755 : 02646);
+            if (!f[1].empty())
+                chmod(name.c_str(), std::stoi(f[1], nullptr, 8));
+            lchown(name.c_str(), f[2].empty() ? 0 : std::stoi(f[2]), f[3].empty() ? 0 : std::stoi(f[3]));
+            lstat(name.c_str(), &before[name]);
+            if (f[0][at] == '+')
+                lstat((d + rest).c_str(), &before[d + rest]); // the second name
         }
-        auto write = [&] {
-                      tConfGroup* root = mCONF_BufRead("[g]\nk=v\n");
-                      const struct rlimit lim = {8, 8};
-                      signal(SIGXFSZ, SIG_IGN);
-                      if ((w.who == 'n' && (setgid(65534) != 0 || setuid(65534) != 0)) ||
-                          (w.who == 'f' && setrlimit(RLIMIT_FSIZE, &lim) != 0))
-                          return 99;
-                      const int result = (mCONF_FileWrite(root, (d + w.path).c_str()) + 1) * 10 + vFILE_Errno;
-                      mCONF_Free(root);
-                      return result;
-        };
-        EXPECT_EQ(w.who == 'r' ? write() : inChild(write), (w.result + 1) * 10 + w.code) << w.setUp << " " << w.path;
+        const size_t files = entries(t.path);
+        if (w.who == 'B')
+            mount((d + w.path).c_str(), (d + w.path).c_str(), nullptr, MS_BIND, nullptr);
+        g_renameErrno = w.who == 'S' ? ENOSPC : w.who == 'I' ? EIO : w.who == 'Q' ? EDQUOT : w.who == 'X' ? EXDEV : 0;
+        const pid_t pid = fork();
+        if (pid == 0) { // ends with exit: a coverage build keeps the child's counts
+            const struct rlimit lim = {8, 8};
+            signal(SIGXFSZ, SIG_IGN);
+            if ((w.who == 'n' && (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
+                                  setresuid(65534, 65534, 65534) != 0)) ||
+                (w.who == 'f' && setrlimit(RLIMIT_FSIZE, &lim) != 0))
+                exit(99);
+            tConfGroup* root = mCONF_BufRead("[g]\nk=v\n");
+            const int result = (mCONF_FileWrite(root, (d + w.path).c_str()) + 1) * 10 + vFILE_Errno;
+            mCONF_Free(root);
+            exit(result);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        g_renameErrno = 0;
+        if (w.who == 'B')
+            umount2((d + w.path).c_str(), MNT_DETACH);
+        EXPECT_EQ(WEXITSTATUS(status), (w.result + 1) * 10 + w.code) << w.setUp << " " << w.path;
         std::istringstream after(w.after);
+        size_t made = 0;
         for (std::string check; after >> check;) {
             const std::string name = d + check.substr(0, check.find('='));
-            EXPECT_EQ(readFile(name), check.back() == '*' ? text : check.substr(check.find('=') + 1)) << check;
-            // An old file keeps its mode (a write by another user drops set-group-ID).
+            EXPECT_EQ(readFile(name), check.back() == '*' ? "[g]\r\nk=\"v\"\r\n\r\n" : check.substr(check.find('=') + 1))
+                << w.setUp << ": " << check;
             struct stat st;
-            const mode_t kept = w.who == 'n' ? 0777 : 07777;
-            EXPECT_TRUE(strstr(w.setUp, (check.substr(0, check.find('=') + 1)).c_str()) == nullptr ||
-                        (stat(name.c_str(), &st) == 0 && (st.st_mode & kept) == (02646 & kept)))
-                << check << " keeps its mode";
+            stat(name.c_str(), &st);
+            const auto old = before.find(name);
+            made += old == before.end();
+            EXPECT_TRUE(old == before.end() || (st.st_mode == old->second.st_mode && st.st_uid == old->second.st_uid &&
+                                                st.st_gid == old->second.st_gid))
+                << w.setUp << ": " << check << " keeps its mode, owner and group";
+        }
+        EXPECT_EQ(entries(t.path), files + made) << w.setUp << ": a stray file";
+    }
+}
+
+// The new file is private from its first byte: every open of a file in the
+// directory waits (fanotify) until its mode has been seen.
+TEST(ConfFiles, NewFileIsPrivateFromItsFirstByte)
+{
+    TempDir t;
+    const std::string f = t.path + "/secret.conf";
+    writeFile(f, "old");
+    chmod(f.c_str(), 0600);
+    const int fan = fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY);
+    if (fan < 0 || fanotify_mark(fan, FAN_MARK_ADD, FAN_OPEN_PERM | FAN_EVENT_ON_CHILD, AT_FDCWD, t.path.c_str()))
+        GTEST_SKIP() << "needs root and fanotify permission events";
+    tConfGroup* root = mCONF_BufRead("[g]\nk=v\n");
+    mode_t seen = 0;
+    std::thread writer([&] { EXPECT_EQ(mCONF_FileWrite(root, f.c_str()), 0); });
+    for (pollfd p = {fan, POLLIN, 0}; poll(&p, 1, 500) > 0;) {
+        alignas(fanotify_event_metadata) char buf[4096];
+        ssize_t n = read(fan, buf, sizeof buf);
+        for (auto* m = reinterpret_cast<fanotify_event_metadata*>(buf); FAN_EVENT_OK(m, n); m = FAN_EVENT_NEXT(m, n)) {
+            struct stat st {};
+            seen |= fstat(m->fd, &st) == 0 ? st.st_mode & 0777 : 0777;
+            const fanotify_response allow = {m->fd, FAN_ALLOW};
+            EXPECT_EQ(write(fan, &allow, sizeof allow), static_cast<ssize_t>(sizeof allow));
+            close(m->fd);
         }
     }
+    writer.join();
+    close(fan);
+    mCONF_Free(root);
+    EXPECT_EQ(seen, 0600u) << std::oct << "a file was open to others: " << seen;
 }
