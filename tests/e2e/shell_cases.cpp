@@ -16,6 +16,8 @@ struct Case {
     std::vector<std::pair<std::string, std::string>> lines; // directive, rest
 };
 
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 // A case starts at its "run" line and is named by the comment above it.
 std::vector<Case> loadCases()
 {
@@ -37,19 +39,17 @@ std::vector<Case> loadCases()
 // Words separated by blanks; a '...' quote keeps its blanks (and its quotes).
 std::vector<std::string> words(const std::string& s)
 {
-    std::vector<std::string> w(1);
-    bool quoted = false;
+    std::vector<std::string> w;
+    bool quoted = false, fresh = true;
     for (char c : s) {
         quoted = quoted != (c == '\'');
-        if (c == ' ' && !quoted) {
-            if (!w.back().empty())
-                w.emplace_back();
-        } else {
+        if (c == ' ' && !quoted)
+            fresh = true;
+        else if (std::exchange(fresh, false))
+            w.emplace_back(1, c);
+        else
             w.back() += c;
-        }
     }
-    if (w.back().empty())
-        w.pop_back();
     return w;
 }
 
@@ -75,16 +75,13 @@ bool matches(const Datagram& d, const std::string& token)
     std::istringstream in(token);
     std::string part;
     std::getline(in, part, '@');
-    if (d.reqNo() != std::stoi(part))
-        return false;
+    bool same = d.reqNo() == std::stoi(part);
     while (std::getline(in, part, '@')) {
-        const size_t at = part.find_first_of("='");
-        const size_t off = std::stoul(part);
-        if (part[at] == '=' ? d.word(off) != std::stoi(part.substr(at + 1))
-                            : d.text(off, 2048) != unquote(part.substr(at)))
-            return false;
+        const size_t at = part.find_first_of("='"), off = std::stoul(part);
+        same = same && (part[at] == '=' ? d.word(off) == std::stoi(part.substr(at + 1))
+                                        : d.text(off, 2048) == unquote(part.substr(at)));
     }
-    return true;
+    return same;
 }
 
 std::string reqNos(const std::vector<Datagram>& got)
@@ -95,12 +92,18 @@ std::string reqNos(const std::vector<Datagram>& got)
     return s;
 }
 
-bool relayListening()
+// Sends a relay datagram to the listener once it is bound.
+void sendRelay(const std::string& spec)
 {
-    return readFile("/proc/net/udp").find(":D903 00000000:0000 07") != std::string::npos;
+    EXPECT_TRUE(waitUntil([] { return readFile("/proc/net/udp").find(":D903 00000000:0000 07") != std::string::npos; },
+                          10000))
+        << "no listener on UDP 55555";
+    const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in to = {AF_INET, htons(55555), {htonl(INADDR_LOOPBACK)}, {}};
+    const std::string d = relayDatagram(spec);
+    sendto(sock, d.data(), d.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    close(sock);
 }
-
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 class ShellCase : public ::testing::TestWithParam<Case> {};
 
@@ -115,10 +118,7 @@ TEST_P(ShellCase, Runs)
         return s;
     };
     std::vector<std::string> argv = {"vxShell"}, env = {stubPath()};
-    std::unique_ptr<FakeService> svc;
-    FakeService::Policy policy = FakeService::Answer;
-    std::vector<std::pair<int, int>> results;
-    bool service = true;
+    std::string svcSpec;
     for (const auto& [what, rest] : GetParam().lines) {
         if (what == "run")
             for (const std::string& w : words(subst(rest)))
@@ -127,59 +127,43 @@ TEST_P(ShellCase, Runs)
             env.push_back(subst(rest));
         else if (what == "put")
             writeFile(subst(words(rest)[0]), unescape(rest.substr(rest.find(' ') + 1)));
-        else if (what == "svc" && (rest == "none" || rest == "nodir"))
-            service = false;
-        else if (what == "svc" && rest == "silent")
-            policy = FakeService::Silent;
         else if (what == "svc")
-            results.emplace_back(std::stoi(rest), std::stoi(rest.substr(rest.find('=') + 1)));
+            svcSpec = rest;
     }
-    if (service) {
-        svc = std::make_unique<FakeService>(policy);
-        for (const auto& [reqNo, result] : results)
-            svc->setResult(reqNo, result);
-    } else {
+    std::unique_ptr<FakeService> svc;
+    if (svcSpec == "none" || svcSpec == "nodir") {
         cleanVxDir();
+        // Without /tmp/vx/ no registration can make its socket.
+        EXPECT_TRUE(svcSpec == "none" || (rmdir("/tmp/vx/tx") == 0 && rmdir("/tmp/vx") == 0));
+    } else {
+        svc = std::make_unique<FakeService>(svcSpec == "silent" ? FakeService::Silent : FakeService::Answer);
+        if (svcSpec.find('=') != std::string::npos)
+            svc->setResult(std::stoi(svcSpec), std::stoi(svcSpec.substr(svcSpec.find('=') + 1)));
     }
-    // Without /tmp/vx/ no registration can make its socket.
-    const bool noDir = std::count(GetParam().lines.begin(), GetParam().lines.end(), std::make_pair(std::string("svc"), std::string("nodir")));
-    if (noDir && (rmdir("/tmp/vx/tx") != 0 || rmdir("/tmp/vx") != 0))
-        ADD_FAILURE() << "cannot remove /tmp/vx/";
     Child shell(argv, env);
     size_t mark = 0; // stdout up to here has been waited for
     bool signalled = false;
     for (const auto& [what, rest] : GetParam().lines) {
-        if (what != "keys")
-            continue;
-        for (const std::string& k : words(subst(rest))) {
-            if (k[0] == '+')
+        for (const std::string& k : what == "keys" ? words(subst(rest)) : std::vector<std::string>()) {
+            if (k[0] == '+') {
                 std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(k.substr(1))));
-            else if (k[0] == '~') {
+            } else if (k[0] == '~') {
                 const size_t at = shell.waitOut(unquote(k.substr(1)), mark);
                 EXPECT_NE(at, std::string::npos) << "no " << k << " in\n" << shell.out();
                 mark = at == std::string::npos ? mark : at + 1;
-            }
-            else if (k[0] == '=')
+            } else if (k[0] == '=') {
                 EXPECT_TRUE(svc->waitFor(std::stoul(k.substr(1)), 10000)) << reqNos(svc->received());
-            else if (k[0] == '!' && (signalled = true))
+            } else if (k[0] == '!') {
+                signalled = true;
                 shell.kill(k == "!INT" ? SIGINT : k == "!HUP" ? SIGHUP : k == "!QUIT" ? SIGQUIT : SIGTERM);
-            else if (k[0] == '@') {
-                EXPECT_TRUE(waitUntil(relayListening, 10000)) << "no listener on UDP 55555";
-                const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-                sockaddr_in to{};
-                to.sin_family = AF_INET;
-                to.sin_port = htons(55555);
-                to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-                const std::string d = relayDatagram(k);
-                sendto(sock, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-                close(sock);
-            } else
+            } else if (k[0] == '@') {
+                sendRelay(k);
+            } else {
                 shell.write((k == "_" ? "" : unquote(k)) + "\n");
+            }
         }
     }
     const Child::Result r = shell.wait(20000, !signalled);
-    if (noDir)
-        cleanVxDir();
     const std::string out = unstamped(r.out);
     size_t at = 0;
     for (const auto& [what, rest] : GetParam().lines) {
@@ -192,12 +176,9 @@ TEST_P(ShellCase, Runs)
             EXPECT_EQ(out.find(text), std::string::npos) << out;
         else if (what == "err")
             EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
-        else if (what == "calls") {
-            std::string calls;
-            for (const std::string& c : stubCalls())
-                calls += (calls.empty() ? "" : "; ") + c;
-            EXPECT_EQ(calls, text);
-        } else if (what == "file")
+        else if (what == "calls")
+            EXPECT_EQ(stubCalls(), text);
+        else if (what == "file")
             EXPECT_EQ(readFile(subst(words(rest)[0])), unescape(rest.substr(rest.find(' ') + 1)));
         else if (what == "sent" || what == "has") {
             const std::vector<std::string> want = words(rest);
@@ -206,10 +187,12 @@ TEST_P(ShellCase, Runs)
             size_t i = 0;
             for (const Datagram& d : got)
                 i += i < want.size() && matches(d, want[i]);
-            EXPECT_EQ(i, want.size()) << "sent: " << reqNos(got) << "\nmissing from: " << want[std::min(i, want.size() - 1)];
+            EXPECT_EQ(i, want.size()) << "sent: " << reqNos(got) << "\nmissing: " << (i < want.size() ? want[i] : "");
             EXPECT_TRUE(what == "has" || got.size() == want.size()) << "sent: " << reqNos(got);
         }
     }
+    if (!svc)
+        cleanVxDir(); // makes /tmp/vx/ again
 }
 
 INSTANTIATE_TEST_SUITE_P(Shell, ShellCase, ::testing::ValuesIn(loadCases()), [](const auto& info) {

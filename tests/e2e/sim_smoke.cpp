@@ -25,14 +25,6 @@ struct Mode {
     const char* printed; // texts of vxsim's stdout, '|' between them
 };
 
-// The values in order (a braced list is evaluated left to right).
-std::string seq(std::initializer_list<int> values)
-{
-    std::string s;
-    for (int v : values)
-        s += std::to_string(v) + " ";
-    return s;
-}
 
 // Sends every request number in a record of odd bytes from an unbound
 // socket, then datagrams too short for a head and beyond 64 KiB, and a short

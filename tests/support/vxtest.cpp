@@ -67,8 +67,7 @@ void Listener::listen(const char* path)
     const sockaddr_un a = unixAddr(path);
     sock_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0 || pipe2(stop_, O_CLOEXEC) != 0) {
-        close(sock_);
-        sock_ = -1;
+        close(std::exchange(sock_, -1));
         return;
     }
     chmod(path, 0666);
@@ -96,9 +95,30 @@ void Listener::drain()
     socklen_t len = sizeof from;
     std::lock_guard<std::mutex> l(mu_);
     for (ssize_t n; (n = recvfrom(sock_, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr*>(&from), &len)) >= 0;
-         len = sizeof from)
-        got({{buf.begin(), buf.begin() + n},
-             len > offsetof(sockaddr_un, sun_path) ? std::string(from.sun_path) : std::string()});
+         len = sizeof from) {
+        got_.push_back({{buf.begin(), buf.begin() + n},
+                        len > offsetof(sockaddr_un, sun_path) ? std::string(from.sun_path) : std::string()});
+        answer(got_.back());
+    }
+}
+
+std::vector<Datagram> Listener::received()
+{
+    drain(); // what this thread sent is queued before its send returns
+    std::lock_guard<std::mutex> l(mu_);
+    return got_;
+}
+
+void Listener::clear()
+{
+    drain();
+    std::lock_guard<std::mutex> l(mu_);
+    got_.clear();
+}
+
+bool Listener::waitFor(size_t n, int timeoutMs)
+{
+    return waitUntil([&] { return received().size() >= n; }, timeoutMs);
 }
 
 void cleanVxDir()
@@ -132,9 +152,8 @@ void FakeService::setResult(int reqNo, int result)
     results_[reqNo] = result;
 }
 
-void FakeService::got(const Datagram& d)
+void FakeService::answer(const Datagram& d)
 {
-    got_.push_back(d);
     int32_t resp[21] = {d.reqNo() + (policy_ == WrongReqNo ? 1000 : 0), d.reqNo() == 22 ? 9000 : 0};
     if (results_.count(d.reqNo()) > 0)
         resp[1] = results_[d.reqNo()];
@@ -146,23 +165,6 @@ void FakeService::got(const Datagram& d)
     std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
     const sockaddr_un to = unixAddr(d.from);
     sendto(sock_, resp, sizeof resp, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
-}
-
-bool FakeService::waitFor(size_t n, int timeoutMs)
-{
-    return waitUntil([&] { return received().size() >= n; }, timeoutMs);
-}
-
-std::vector<Datagram> FakeService::received()
-{
-    std::lock_guard<std::mutex> l(mu_);
-    return got_;
-}
-
-void FakeService::clear()
-{
-    std::lock_guard<std::mutex> l(mu_);
-    got_.clear();
 }
 
 SyslogCapture::SyslogCapture()
@@ -185,18 +187,14 @@ SyslogCapture::~SyslogCapture()
     }
 }
 
-void SyslogCapture::got(const Datagram& d)
-{
-    // "<PRI>Mmm dd hh:mm:ss IDENT: text"
-    const std::string raw(d.bytes.begin(), d.bytes.end());
-    got_.push_back({atoi(raw.c_str() + 1), raw.substr(std::min(raw.find(": ") + 2, raw.size()))});
-}
-
 std::vector<SyslogCapture::Line> SyslogCapture::lines()
 {
-    drain(); // what this thread logged is queued before syslog() returns
-    std::lock_guard<std::mutex> l(mu_);
-    return got_;
+    std::vector<Line> lines; // "<PRI>Mmm dd hh:mm:ss IDENT: text"
+    for (const Datagram& d : received()) {
+        const std::string raw(d.bytes.begin(), d.bytes.end());
+        lines.push_back({atoi(raw.c_str() + 1), raw.substr(std::min(raw.find(": ") + 2, raw.size()))});
+    }
+    return lines;
 }
 
 std::vector<std::string> SyslogCapture::texts()
@@ -205,13 +203,6 @@ std::vector<std::string> SyslogCapture::texts()
     for (const Line& l : lines())
         t.push_back(l.text);
     return t;
-}
-
-void SyslogCapture::clear()
-{
-    drain();
-    std::lock_guard<std::mutex> l(mu_);
-    got_.clear();
 }
 
 Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env)
@@ -336,13 +327,10 @@ std::string stubPath()
     return std::string("PATH=") + VX_SOURCE_DIR "/tests/support/stubs:" + (path != nullptr ? path : "/usr/bin:/bin");
 }
 
-std::vector<std::string> stubCalls()
+std::string stubCalls()
 {
-    std::vector<std::string> calls;
-    std::istringstream in(readFile("/tmp/vx/stubcalls.log"));
-    for (std::string line; std::getline(in, line);)
-        calls.push_back(line);
-    return calls;
+    std::string calls = std::regex_replace(readFile("/tmp/vx/stubcalls.log"), std::regex("\n(.)"), "; $1");
+    return calls.empty() ? calls : calls.substr(0, calls.size() - 1);
 }
 
 TempDir::TempDir()
@@ -371,6 +359,14 @@ void writeFile(const std::string& path, const std::string& bytes)
 std::string unstamped(const std::string& text)
 {
     return std::regex_replace(text, std::regex(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] )"), "");
+}
+
+std::string seq(std::initializer_list<long long> values)
+{
+    std::string s;
+    for (long long v : values)
+        s += std::to_string(v) + " ";
+    return s;
 }
 
 bool waitUntil(const std::function<bool()>& cond, int timeoutMs)

@@ -26,23 +26,27 @@ struct Datagram {
     int32_t reqNo() const { return word(0); }
 };
 
-// A datagram socket bound at a fixed path; a thread keeps reading it, and
-// got() sees each datagram under the lock.
+// A datagram socket bound at a fixed path; a thread keeps reading it and
+// keeps every datagram (and answer() sees each under the lock).
 class Listener {
 public:
     bool ok() const { return sock_ >= 0; }
+    std::vector<Datagram> received(); // every datagram so far, in order
+    void clear();
+    bool waitFor(size_t n, int timeoutMs = 3000); // at least n datagrams in
 
 protected:
     void listen(const char* path);
     void stop(); // the derived destructor's first step
-    void drain();
-    virtual void got(const Datagram& d) = 0;
+    virtual void answer(const Datagram&) {}
     int sock_ = -1;
     std::mutex mu_;
 
 private:
+    void drain();
     int stop_[2] = {-1, -1};
     std::thread thread_;
+    std::vector<Datagram> got_;
 };
 
 // Bound at /tmp/vx/vxRxSock; records every datagram and answers the numbers
@@ -55,21 +59,17 @@ public:
     explicit FakeService(Policy policy = Answer, int delayMs = 0);
     ~FakeService();
     void setResult(int reqNo, int result);
-    bool waitFor(size_t n, int timeoutMs = 3000); // at least n datagrams in
-    std::vector<Datagram> received();
-    void clear();
 
 private:
-    void got(const Datagram& d) override;
+    void answer(const Datagram& d) override;
     Policy policy_;
     int delayMs_;
     std::map<int, int> results_;
     int nextChannel_ = 1;
-    std::vector<Datagram> got_;
 };
 
-// Binds /dev/log (unless a live daemon owns it: then ok() is false) and keeps
-// every line "<pri>... IDENT: text" that arrives.
+// Binds /dev/log (unless a live daemon owns it: then ok() is false); each
+// line "<pri>... IDENT: text" that arrives is kept.
 class SyslogCapture : public Listener {
 public:
     struct Line {
@@ -80,11 +80,6 @@ public:
     ~SyslogCapture();
     std::vector<Line> lines(); // every line so far, in order
     std::vector<std::string> texts();
-    void clear();
-
-private:
-    void got(const Datagram& d) override;
-    std::vector<Line> got_;
 };
 
 // Removes every file under /tmp/vx/ and /tmp/vx/tx/ (making both if
@@ -124,9 +119,10 @@ Child::Result runChild(const std::vector<std::string>& argv, const std::string& 
 // is the empty datagram.
 std::string relayDatagram(const std::string& spec);
 
-// "PATH=<stub dir>:$PATH", and the calls the `key`/`usleep` stubs logged.
+// "PATH=<stub dir>:$PATH", and the calls the `key`/`usleep` stubs logged
+// ("key 1; usleep 200000").
 std::string stubPath();
-std::vector<std::string> stubCalls();
+std::string stubCalls();
 
 // A fresh directory, removed with its content.
 struct TempDir {
@@ -138,6 +134,8 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 // The text without the "[hh:mm:ss.mmm] " stamps of the log lines.
 std::string unstamped(const std::string& text);
+// The numbers as "1 2 3 " (a braced list is evaluated left to right).
+std::string seq(std::initializer_list<long long> values);
 // Polls `cond` every 5 ms until it holds or the time is up.
 bool waitUntil(const std::function<bool()>& cond, int timeoutMs);
 

@@ -284,14 +284,15 @@ TEST(ShellParsers, RepeatedKeyScript)
 
 TEST(ShellParsers, TonePlansAndTestDraws)
 {
+    // Repeat and the six times of -T: the first and second wait, and the stop.
     const struct {
         int repeat, times[6];
-        tToneWaitPlan plan;
+        const char* plan;
     } plans[] = {
-        {-1, {0, 0, 0, 0, 0, 0}, {5000, 0, 1}},           {2, {100, 100, 50, 50, 0, 0}, {5000, 0, 1}},
-        {1, {100, 100, 50, 50, 0, 0}, {300, 700, 0}},     {0, {250, 250, 250, 250, 0, 0}, {1000, 0, 0}},
-        {1, {1000, 1000, 1000, 1000, 500, 501}, {5000, 0, 1}}, {1, {1000, 1000, 1000, 1000, 500, 500}, {5000, 0, 0}},
-        {0, {-1, -1, -1, -1, -1, -1}, {0, 1000, 0}},
+        {-1, {0, 0, 0, 0, 0, 0}, "5000 0 1 "},       {2, {100, 100, 50, 50, 0, 0}, "5000 0 1 "},
+        {1, {100, 100, 50, 50, 0, 0}, "300 700 0 "}, {0, {250, 250, 250, 250, 0, 0}, "1000 0 0 "},
+        {1, {1000, 1000, 1000, 1000, 500, 501}, "5000 0 1 "}, {1, {1000, 1000, 1000, 1000, 500, 500}, "5000 0 0 "},
+        {0, {-1, -1, -1, -1, -1, -1}, "0 1000 0 "},
     };
     for (const auto& p : plans) {
         g_ToneRepeat = p.repeat;
@@ -300,25 +301,19 @@ TEST(ShellParsers, TonePlansAndTestDraws)
         for (int i = 0; i < 6; ++i)
             *slots[i] = p.times[i];
         const tToneWaitPlan got = vxExtendedTonePlan();
-        EXPECT_EQ(std::to_string(got.firstMs) + " " + std::to_string(got.secondMs) + " " + std::to_string(got.stop),
-                  std::to_string(p.plan.firstMs) + " " + std::to_string(p.plan.secondMs) + " " +
-                      std::to_string(p.plan.stop))
-            << p.repeat << " " << p.times[0];
+        EXPECT_EQ(seq({got.firstMs, got.secondMs, got.stop}), p.plan) << p.repeat << " " << p.times[0];
     }
-    const std::pair<int, const char*> picks[] = {
-        {0, "0 /sound/ring1.wav 1 3000 0"}, {20, "0 /sound/ring3.wav 1 3000 0"},
-        {5, "1 /sound/msg_1.wav 0 1000 0"},   {17, "2 /sound/tone_1_7.wav 0 150 20"}};
+    // The wave test's play for a draw: type, repeat, pause and its step, path.
+    const std::pair<int, const char*> picks[] = {{0, "0 1 3000 0 /sound/ring1.wav"}, {20, "0 1 3000 0 /sound/ring3.wav"},
+                                                 {5, "1 0 1000 0 /sound/msg_1.wav"}, {17, "2 0 150 20 /sound/tone_1_7.wav"}};
     g_iKeyType = 1;
     for (const auto& [r, want] : picks) {
         char path[128];
         int repeat, pause, step;
         const int type = vxWavTestPick(r, path, sizeof path, &repeat, &pause, &step);
-        EXPECT_EQ(std::to_string(type) + " " + path + " " + std::to_string(repeat) + " " + std::to_string(pause) + " " +
-                      std::to_string(step),
-                  want);
+        EXPECT_EQ(seq({type, repeat, pause, step}) + path, want);
     }
-    EXPECT_EQ(vxRecRandWait(500, 5000, 250), 2250);
-    EXPECT_EQ(vxRecRandWait(0, 100, 199), 99);
-    EXPECT_EQ(vxRecRandWait(INT32_MIN, INT32_MAX, 99), INT32_MAX);
+    EXPECT_EQ(seq({vxRecRandWait(500, 5000, 250), vxRecRandWait(0, 100, 199), vxRecRandWait(INT32_MIN, INT32_MAX, 99)}),
+              seq({2250, 99, INT32_MAX}));
     vxResetParams();
 }
