@@ -42,6 +42,18 @@ struct Parsed {
 // The rules the pairs of files do not show: separator sets, quotes, CR and
 // NUL in fields, and the arguments.
 const Parsed kLines[] = {
+    {"  k = v ; c", "=", 1, "k", "v", " c"},
+    {"k=\"a b\"\t;c", "=", 1, "k", "a b", "c"},
+    {"k=a b #c", "=", 1, "k", "a", "c"},
+    {"k=#c", "=", 1, "k", "", "c"},
+    {"k=;", "=", 1, "k", "", ""},
+    {"k=\"abc", "=", 1, "k", "abc", nullptr},
+    {"k=\"a\"junk;c", "=", 1, "k", "a", "c"},
+    {"a b=1", "=", 1, "a", "1", nullptr},
+    {"=1", "=", 1, "", "1", nullptr},
+    {"k%20x=%41", "=", 1, "k x", "%41", nullptr},
+    {"k%zz=1", "=", -1, nullptr, nullptr, nullptr},
+    {"nokey", "=", -1, nullptr, nullptr, nullptr},
     {"k=\"it's; #=%\"", "=", 1, "k", "it's; #=%", nullptr},
     {"k='say \"hi\"' ;c", "=", 1, "k", "say \"hi\"", "c"},
     {"k=\"a\" ; c ; d # e ", "=", 1, "k", "a", " c ; d # e "},

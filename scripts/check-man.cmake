@@ -1,5 +1,5 @@
-# The manual pages agree with the programs and render cleanly:
-#   cmake -DSOURCE_DIR=<repo> [-DGROFF=<groff>] -P man_check.cmake
+# The manual pages agree with the programs and render cleanly (run by CI):
+#   cmake -DSOURCE_DIR=<repo> [-DGROFF=<groff>] -P scripts/check-man.cmake
 # The OPTIONS section of each page has an entry (.B/.BI) for every option of
 # the program (vxShell's getopt letters, vxsim's long options) and no other.
 cmake_minimum_required(VERSION 3.25)
