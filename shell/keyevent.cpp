@@ -152,6 +152,20 @@ void getKeyEventStr(char* dst, const char* token, size_t dstSize)
 
 int vxIsKeyToken(const char* token) { return token != nullptr && findRule(token) != nullptr ? 1 : 0; }
 
+const char* vxPrintable(char* dst, size_t size, const char* text)
+{
+    size_t n = 0;
+    for (; *text != '\0' && n + 5 <= size; ++text) {
+        const unsigned char c = static_cast<unsigned char>(*text);
+        if (c >= 0x20 && c < 0x7f && c != '\\')
+            dst[n++] = static_cast<char>(c);
+        else
+            n += static_cast<size_t>(snprintf(dst + n, size - n, "\\x%02x", c));
+    }
+    dst[n] = '\0';
+    return dst;
+}
+
 int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize, int* leftOut)
 {
     if (leftOut != nullptr)
@@ -186,8 +200,9 @@ int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize, int*
             full = true;
             if (count == 1 && dstSize > 0)
                 dst[0] = '\0';
+            char shown[4 * kKeyTokenTextSize];
             logPrt(">>> ERR, %s, no room for key[%s] in %d bytes, so it and the keys behind it are left out.",
-                   "getKeyEventString", tok, dstSize);
+                   "getKeyEventString", vxPrintable(shown, sizeof shown, tok), dstSize);
         }
         if (leftOut != nullptr)
             ++*leftOut;

@@ -51,6 +51,11 @@ int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize = kKe
 // 1 when the token is a key of the table, else 0.
 int vxIsKeyToken(const char* token);
 
+// Copies text into dst (size bytes, always terminated) for a log line: bytes
+// outside printable ASCII, and the backslash, become "\xHH", so that text from
+// the network can neither forge log lines nor drive a terminal.
+const char* vxPrintable(char* dst, size_t size, const char* text);
+
 // Fills `ev` with the built-in script of menu key e (g_szOppDevId, "1,4",
 // three rows of digits, "s").
 void vxBuiltinKeyScript(tPlayKeyEvent* ev);

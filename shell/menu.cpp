@@ -13,7 +13,9 @@
 #include "vqm.h"
 #include "vxclient.h"
 
+#include <arpa/inet.h>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sys/select.h>
 
@@ -180,6 +182,19 @@ int vxShellMain(int argc, char** argv)
     if (g_nFileMode) {
         RunFileMode();
         return 0;
+    }
+    // The relay listener binds every interface (it serves a lab network)
+    // unless the operator names one address.
+    const char* relayAddress = getenv("VX_RELAY_ADDRESS");
+    if (g_vx_Relay_Mode && relayAddress != nullptr) {
+        struct in_addr addr;
+        if (strlen(relayAddress) >= sizeof g_sShellIp || inet_pton(AF_INET, relayAddress, &addr) != 1) {
+            char shown[4 * sizeof g_sShellIp];
+            printf(">>> ERR, vxShell, VX_RELAY_ADDRESS <%s> is no IPv4 address.\n",
+                   vxPrintable(shown, sizeof shown, relayAddress));
+            return 1;
+        }
+        snprintf(g_sShellIp, sizeof g_sShellIp, "%s", relayAddress);
     }
 
     g_regi_sock = registApplication(g_szAppName, 0, 7700, "127.0.0.1");

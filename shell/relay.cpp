@@ -31,6 +31,12 @@ constexpr int kMaxGroups = sizeof(tRelayReq::body.groups) / sizeof(tRelayKeyGrou
 constexpr int kMaxTones = sizeof(tRelayReq::body.keyTone.tones) / sizeof(tRelayKeyTone); // 20
 // Command text of one group in the relay.
 constexpr int kRelayCommandSize = 256;
+// One datagram holds the listener at most kRelayBudgetMs: no pause (after a
+// key, or between groups) is longer than kRelayPauseMaxMs, and the pauses
+// are cut further to what is left of the budget. The description would let
+// one datagram hold the listener for hours; the bound replaces that on purpose.
+constexpr uint32_t kRelayPauseMaxMs = 30000;
+constexpr uint32_t kRelayBudgetMs = 60000;
 // Slots of the tone table: one per entry.
 constexpr int kToneSlots = 50;
 static_assert(kMaxTones <= kToneSlots, "every entry has its slot");
@@ -60,6 +66,15 @@ int boundCount(const char* what, int32_t count, int received)
     return received;
 }
 
+// Tokens of a key list as the split sees them: runs between commas.
+uint32_t countTokens(const char* keys)
+{
+    uint32_t n = 0;
+    for (const char* p = keys; *p != '\0'; ++p)
+        n += *p != ',' && (p == keys || p[-1] == ',');
+    return n;
+}
+
 bool isDssChar(char c)
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
@@ -80,6 +95,8 @@ int handleKeyEvent(const unsigned char* msg, int len)
         return 1;
     const int groups = boundCount("PLAY_KEYEVENT", count, itemsReceived(len, sizeof(tRelayKeyGroup), kMaxGroups));
 
+    uint32_t left = kRelayBudgetMs;
+    bool cut = false;
     for (int i = 0; i < groups; ++i) {
         tRelayKeyGroup group;
         memcpy(&group, msg + kHeadSize + i * sizeof(tRelayKeyGroup), sizeof group);
@@ -90,21 +107,37 @@ int handleKeyEvent(const unsigned char* msg, int len)
         // Text from the network reaches the shell only as commands of the
         // key table, whole.
         if (!vxRelayKeysAreSafe(keys)) {
+            char shown[4 * sizeof keys];
             logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] <%s> holds no valid key list, skipped.", "vxReqReqHandler",
-                   i, keys);
+                   i, vxPrintable(shown, sizeof shown, keys));
         } else {
+            const uint32_t tokens = countTokens(keys);
+            uint32_t delay = group.keyDelayMs < kRelayPauseMaxMs ? group.keyDelayMs : kRelayPauseMaxMs;
+            if (tokens > 0 && delay * tokens > left)
+                delay = left / tokens;
+            cut = cut || delay != group.keyDelayMs;
             memset(command, 0, sizeof command);
             int leftOut = 0;
-            const int tokens = getKeyEventString(command, keys, group.keyDelayMs, sizeof command, &leftOut);
-            if (leftOut > 0)
+            if (getKeyEventString(command, keys, static_cast<uint16_t>(delay), sizeof command, &leftOut) > 0 &&
+                leftOut == 0) {
+                vxRunShellCommand(command);
+                left -= delay * tokens;
+            } else if (leftOut > 0) {
                 logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] does not fit in %d bytes, skipped.", "vxReqReqHandler",
                        i, kRelayCommandSize);
-            else if (tokens > 0)
-                vxRunShellCommand(command);
+            }
         }
-        if (i < groups - 1)
-            vxScriptPause(group.stepDelayMs);
+        if (i < groups - 1) {
+            uint32_t step = group.stepDelayMs < kRelayPauseMaxMs ? group.stepDelayMs : kRelayPauseMaxMs;
+            step = step < left ? step : left;
+            cut = cut || step != group.stepDelayMs;
+            left -= step;
+            vxScriptPause(step);
+        }
     }
+    if (cut)
+        logPrt(">>> ERR, %s, PLAY_KEYEVENT pauses cut to %u s each and %u s in all.", "vxReqReqHandler",
+               kRelayPauseMaxMs / 1000, kRelayBudgetMs / 1000);
     return 1;
 }
 

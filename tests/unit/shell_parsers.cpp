@@ -113,14 +113,20 @@ const struct {
 };
 
 // A relay datagram (see relayDatagram): result, files played, commands run
-// (each followed by '|') and pauses between groups.
+// (each followed by '|'), pauses between groups, and a text of the log.
 const struct {
     std::string datagram;
     int result;
     const char* played;
     const char* ran;
     const char* paused;
+    const char* logged = "";
 } kDatagrams[] = {
+    {"@2:0:2:65535/65535/1,2|65535/0/s", 1, "", "key 1; usleep 30000000; key 2; usleep 30000000|key spk; usleep 0|", "0 ",
+     "PLAY_KEYEVENT pauses cut to 30 s each and 60 s in all."},
+    {"@2:0:3:1/30001/1|1/40000/2|1/0/3", 1, "", "key 1; usleep 1000|key 2; usleep 1000|key 3; usleep 0|",
+     "30000 29998 ", "cut to 30 s"},
+    {"@2:0:1:0/0/x\x1b[2J\r\n", 1, "", "", "", "group[0] <x\\x1b[2J\\x0d\\x0a> holds no valid key list"},
     {"@10:0:2:03|29", 1, "/sound/tone_0_3.wav /sound/tone_2_9.wav ", "", ""},
     {"@10:0:3:11|12", 1, "/sound/tone_1_1.wav /sound/tone_1_2.wav ", "", ""},
     {"@10:1:2:11|12", 1, "", "", ""},
@@ -207,8 +213,11 @@ TEST(ShellParsers, RelayDatagramsAndPresetTones)
         g_ran.clear();
         g_paused.clear();
         const std::string bytes = d.datagram[0] == '@' ? relayDatagram(d.datagram) : d.datagram;
+        testing::internal::CaptureStdout();
         EXPECT_EQ(vxReqReqHandler(reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size())), d.result)
             << d.datagram;
+        fflush(stdout);
+        EXPECT_NE(testing::internal::GetCapturedStdout().find(d.logged), std::string::npos) << d.datagram;
         svc.waitFor(static_cast<size_t>(std::count(d.played, d.played + strlen(d.played), ' ')), 1000);
         std::string played;
         for (const Datagram& r : svc.received())
