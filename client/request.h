@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
+#include <pthread.h>
 
 // ---- transport internals -------------------------------------------------
 
@@ -33,7 +33,7 @@ void mlibLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // the socket to the end of its wait, and unregistApplication holds it while
 // it closes the socket, so that no thread ever reads another's answer or
 // uses a descriptor that is being closed.
-std::mutex& vxSocketLock(int sock);
+pthread_mutex_t* vxSocketLock(int sock);
 
 // The kind of reqNo from the table, or -1 when it has no row. Pure look-up.
 int vxKindOf(int reqNo);

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <mutex>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -52,7 +52,13 @@ bool kindWaits(int kind)
 // and a socket is never closed under a request. The sockets are spread over
 // a fixed set of locks; two sockets that share a lock only wait for each
 // other.
-std::mutex g_socketLocks[64];
+#define VX_LOCKS_4 PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, \
+                   PTHREAD_MUTEX_INITIALIZER
+#define VX_LOCKS_16 VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4
+pthread_mutex_t g_socketLocks[64] = {VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16};
+#undef VX_LOCKS_16
+#undef VX_LOCKS_4
+constexpr unsigned kSocketLocks = sizeof g_socketLocks / sizeof g_socketLocks[0];
 
 // Prints the ">>" (start) or "<<" (end) time line: the date of asctime (which
 // ends in a line break) and the microseconds on a line of their own.
@@ -118,9 +124,9 @@ void saveRecord(int sock, const void* record, int len)
 
 } // namespace
 
-std::mutex& vxSocketLock(int sock)
+pthread_mutex_t* vxSocketLock(int sock)
 {
-    return g_socketLocks[static_cast<unsigned>(sock) % 64u];
+    return &g_socketLocks[static_cast<unsigned>(sock) % kSocketLocks];
 }
 
 int vxKindOf(int reqNo)
@@ -201,33 +207,23 @@ int checkPort(int port)
     return 0;
 }
 
-int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
+namespace {
+
+// Steps from the first use of the socket to the end of the wait, under the
+// socket's lock. side: the side files as seen when the request started.
+int sendLocked(int sock, void* mediaReq, int len, tResp2App* resp, unsigned side)
 {
-    if (sock < 0) {
-        mlibLog("%s:%d improper socket:%d\n(%s:%d)\n", __func__, __LINE__, sock, __func__, __LINE__);
-        return 0;
-    }
+    // The log lines name the public call.
+    static const char kFn[] = "Send2VoxalisByApp";
 
     struct sockaddr_un service;
     memset(&service, 0, sizeof service);
     service.sun_family = AF_UNIX;
     snprintf(service.sun_path, sizeof service.sun_path, "%s", VX_SERVICE_SOCK);
 
-    // The side files are looked at when the request starts, again once it
-    // has been sent, and again after a wait for a response.
-    unsigned side = vxSideFiles();
-    if (side & VX_SIDE_IGNORE)
-        return 1;
-
-    // Held from the first use of the socket to the end of the wait. A
-    // request that awaits no answer holds it only for its send, but a send
-    // behind a waiting request of another thread waits until that answer is
-    // in (at most the socket's receive time-out).
-    std::lock_guard<std::mutex> socketLock(vxSocketLock(sock));
-
     char path[sizeof(sockaddr_un::sun_path) + 1];
     if (!ownPath(sock, path)) {
-        printf("=====================>>>>  %s:%d  sock : %d  %s \n", __func__, __LINE__, sock, strerror(errno));
+        printf("=====================>>>>  %s:%d  sock : %d  %s \n", kFn, __LINE__, sock, strerror(errno));
         return 0;
     }
     auto* head = static_cast<tMediaReq*>(mediaReq);
@@ -245,7 +241,7 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     const ssize_t sent = sendto(sock, mediaReq, static_cast<size_t>(len), 0,
                                 reinterpret_cast<const struct sockaddr*>(&service), sizeof service);
     if (sent != len) {
-        mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", __func__, __LINE__, reqNo, strerror(errno), __func__, __LINE__);
+        mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", kFn, __LINE__, reqNo, strerror(errno), kFn, __LINE__);
         return 0;
     }
 
@@ -258,9 +254,9 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         memset(&rsp, 0, sizeof rsp);
         const ssize_t got = recv(sock, &rsp, sizeof rsp, 0);
         if (got <= 0) {
-            mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", __func__, __LINE__, reqNo, strerror(errno), __func__, __LINE__);
+            mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", kFn, __LINE__, reqNo, strerror(errno), kFn, __LINE__);
             if (resp == nullptr) {
-                mlibLog("resp!=NULL(%s:%d)\n", __func__, __LINE__);
+                mlibLog("resp!=NULL(%s:%d)\n", kFn, __LINE__);
                 return 0;
             }
             resp->result = -1;
@@ -269,16 +265,42 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
             return 0;
         }
         if (resp == nullptr) {
-            mlibLog("resp!=NULL(%s:%d)\n", __func__, __LINE__);
+            mlibLog("resp!=NULL(%s:%d)\n", kFn, __LINE__);
             return 0;
         }
         memcpy(resp, &rsp, sizeof rsp);
         if (reqNo != rsp.reqNo)
-            mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", __func__, __LINE__);
+            mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", kFn, __LINE__);
         side = vxSideFiles();
     }
 
     if (side & VX_SIDE_PRINT_TIME)
         printTimeLine("<<", reqNo);
     return 1;
+}
+
+} // namespace
+
+int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
+{
+    if (sock < 0) {
+        mlibLog("%s:%d improper socket:%d\n(%s:%d)\n", __func__, __LINE__, sock, __func__, __LINE__);
+        return 0;
+    }
+
+    // The side files are looked at when the request starts, again once it
+    // has been sent, and again after a wait for a response.
+    const unsigned side = vxSideFiles();
+    if (side & VX_SIDE_IGNORE)
+        return 1;
+
+    // Held from the first use of the socket to the end of the wait. A
+    // request that awaits no answer holds it only for its send, but a send
+    // behind a waiting request of another thread waits until that answer is
+    // in (at most the socket's receive time-out).
+    pthread_mutex_t* lock = vxSocketLock(sock);
+    pthread_mutex_lock(lock);
+    const int sent = sendLocked(sock, mediaReq, len, resp, side);
+    pthread_mutex_unlock(lock);
+    return sent;
 }
