@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -60,6 +61,23 @@ pthread_mutex_t g_socketLocks[64] = {VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16, VX_L
 #undef VX_LOCKS_4
 constexpr unsigned kSocketLocks = sizeof g_socketLocks / sizeof g_socketLocks[0];
 
+// Opens path without ever waiting on it (O_NONBLOCK: a FIFO or a device
+// planted under /tmp/vx/ would hold the socket's lock for as long as nobody
+// opens its other end) and keeps the descriptor only for a regular file.
+// -1 when it cannot be opened or is no regular file.
+int openRegular(const char* path, int flags, mode_t mode)
+{
+    const int fd = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+    if (fd < 0)
+        return -1;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 // Prints the ">>" (start) or "<<" (end) time line: the date of asctime (which
 // ends in a line break) and the microseconds on a line of their own.
 void printTimeLine(const char* mark, int reqNo)
@@ -107,7 +125,7 @@ void saveRecord(int sock, const void* record, int len)
     const char* name = strlen(path) >= 8 ? path + 8 : "";
     char target[sizeof VX_SAVE_DIR + sizeof path];
     snprintf(target, sizeof target, "%s%s", VX_SAVE_DIR, name);
-    const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int fd = openRegular(target, O_WRONLY | O_CREAT | O_APPEND, 0644);
     if (fd < 0)
         return;
     const char* p = static_cast<const char*>(record);
@@ -159,15 +177,26 @@ void mlibLog(const char* format, ...)
 
 int isAmIvoxalis()
 {
-    FILE* f = fopen(VX_PID_FILE, "r");
-    if (f == nullptr) {
+    // Only "cannot open" prints the error line; a pid file that is no regular
+    // file, or holds no number, answers 0 silently, as an unreadable one did.
+    const int fd = open(VX_PID_FILE, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
         printf("Error %s:%d\n", "isAmIvoxalis", __LINE__);
         return 0;
     }
+    // One decimal number, after white space: a few bytes are enough, and no
+    // stdio stream (a heap buffer per request) is needed for them.
+    char text[32];
+    ssize_t n = -1;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
+        n = read(fd, text, sizeof text - 1);
+    close(fd);
+    if (n <= 0)
+        return 0;
+    text[n] = '\0';
     int pid = 0;
-    const int got = fscanf(f, "%d", &pid);
-    fclose(f);
-    return got == 1 && pid == static_cast<int>(getpid());
+    return sscanf(text, "%d", &pid) == 1 && pid == static_cast<int>(getpid());
 }
 
 int needResponse(int reqNo)
