@@ -200,8 +200,11 @@ int unregistApplication(int sock)
     // The socket may be shared with other threads (the shell's signal
     // thread unregisters while the main thread can be waiting for an
     // answer): it is closed only when no request of this process uses it.
-    std::lock_guard<std::mutex> socketLock(vxSocketLock(sock));
-    return closeAfterUnregist(__func__, sock, sent);
+    pthread_mutex_t* lock = vxSocketLock(sock);
+    pthread_mutex_lock(lock);
+    const int closed = closeAfterUnregist(__func__, sock, sent);
+    pthread_mutex_unlock(lock);
+    return closed;
 }
 
 int unregistApplication(const char* appName) { return unregistByName(__func__, appName); }

@@ -13,14 +13,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
+#include <pthread.h>
 
 // ---- transport internals -------------------------------------------------
 
 // Whether the transport waits for a response to reqNo (kinds 2, 3, 5).
 // A number without a row in the kind table is logged at LOG_CRIT.
 int needResponse(int reqNo);
-// Whether this process is the service itself (pid file holds our pid).
+// Whether this process is the service itself (pid file holds our pid). Reads
+// only a regular file and never blocks: a FIFO or device planted at the pid
+// file's path answers 0.
 int isAmIvoxalis();
 // 1 for an IPv4 or IPv6 literal, else 0; a null ip is logged.
 int checkIp(const char* ip);
@@ -32,8 +34,10 @@ void mlibLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // The lock of a socket's traffic: a request holds it from the first use of
 // the socket to the end of its wait, and unregistApplication holds it while
 // it closes the socket, so that no thread ever reads another's answer or
-// uses a descriptor that is being closed.
-std::mutex& vxSocketLock(int sock);
+// uses a descriptor that is being closed. Nothing done under it waits on a
+// file: the pid file and the saved records are opened non-blocking and only
+// as regular files.
+pthread_mutex_t* vxSocketLock(int sock);
 
 // The kind of reqNo from the table, or -1 when it has no row. Pure look-up.
 int vxKindOf(int reqNo);

@@ -16,7 +16,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <mutex>
 #include <pthread.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -37,13 +36,13 @@ bool openable(const char* path)
 }
 
 struct Cache {
-    std::mutex mu;
-    int ifd = -1;         // inotify descriptor, -1 when not watching
-    bool valid = false;   // mask reflects the files
-    unsigned mask = 0;
+    pthread_mutex_t mu;
+    int ifd;        // inotify descriptor, -1 when not watching
+    bool valid;     // mask reflects the files
+    unsigned mask;
 };
 
-Cache g_cache;
+Cache g_cache = {PTHREAD_MUTEX_INITIALIZER, -1, false, 0};
 
 void resetLocked(Cache& c)
 {
@@ -56,12 +55,12 @@ void resetLocked(Cache& c)
 // After fork the child shares the parent's inotify queue: reading it in one
 // process would steal the other's events. The child starts a watch of its
 // own; the lock is held across fork so the child never inherits it taken.
-void atforkPrepare() { g_cache.mu.lock(); }
-void atforkParent() { g_cache.mu.unlock(); }
+void atforkPrepare() { pthread_mutex_lock(&g_cache.mu); }
+void atforkParent() { pthread_mutex_unlock(&g_cache.mu); }
 void atforkChild()
 {
     resetLocked(g_cache);
-    g_cache.mu.unlock();
+    pthread_mutex_unlock(&g_cache.mu);
 }
 
 // Starts the watch; false when inotify or the directory is not available.
@@ -113,16 +112,12 @@ unsigned probeAll()
     return mask;
 }
 
-// Registered once, before the first probe.
-const int g_atforkRegistered = pthread_atfork(atforkPrepare, atforkParent, atforkChild);
+// The fork handlers, registered once before the first probe.
+pthread_once_t g_atforkOnce = PTHREAD_ONCE_INIT;
+void registerAtfork() { pthread_atfork(atforkPrepare, atforkParent, atforkChild); }
 
-} // namespace
-
-unsigned vxSideFiles()
+unsigned sideFilesLocked(Cache& c)
 {
-    (void)g_atforkRegistered;
-    std::lock_guard<std::mutex> lock(g_cache.mu);
-    Cache& c = g_cache;
     if ((c.ifd < 0 && !startWatchLocked(c)) || !drainLocked(c))
         return probeAll();
     if (!c.valid) {
@@ -130,4 +125,15 @@ unsigned vxSideFiles()
         c.valid = true;
     }
     return c.mask;
+}
+
+} // namespace
+
+unsigned vxSideFiles()
+{
+    pthread_once(&g_atforkOnce, registerAtfork);
+    pthread_mutex_lock(&g_cache.mu);
+    const unsigned mask = sideFilesLocked(g_cache);
+    pthread_mutex_unlock(&g_cache.mu);
+    return mask;
 }

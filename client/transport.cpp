@@ -10,8 +10,9 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <mutex>
+#include <pthread.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -52,7 +53,30 @@ bool kindWaits(int kind)
 // and a socket is never closed under a request. The sockets are spread over
 // a fixed set of locks; two sockets that share a lock only wait for each
 // other.
-std::mutex g_socketLocks[64];
+#define VX_LOCKS_4 PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, \
+                   PTHREAD_MUTEX_INITIALIZER
+#define VX_LOCKS_16 VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4
+pthread_mutex_t g_socketLocks[64] = {VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16};
+#undef VX_LOCKS_16
+#undef VX_LOCKS_4
+constexpr unsigned kSocketLocks = sizeof g_socketLocks / sizeof g_socketLocks[0];
+
+// Opens path without ever waiting on it (O_NONBLOCK: a FIFO or a device
+// planted under /tmp/vx/ would hold the socket's lock for as long as nobody
+// opens its other end) and keeps the descriptor only for a regular file.
+// -1 when it cannot be opened or is no regular file.
+int openRegular(const char* path, int flags, mode_t mode)
+{
+    const int fd = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+    if (fd < 0)
+        return -1;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
 
 // Prints the ">>" (start) or "<<" (end) time line: the date of asctime (which
 // ends in a line break) and the microseconds on a line of their own.
@@ -101,7 +125,7 @@ void saveRecord(int sock, const void* record, int len)
     const char* name = strlen(path) >= 8 ? path + 8 : "";
     char target[sizeof VX_SAVE_DIR + sizeof path];
     snprintf(target, sizeof target, "%s%s", VX_SAVE_DIR, name);
-    const int fd = open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int fd = openRegular(target, O_WRONLY | O_CREAT | O_APPEND, 0644);
     if (fd < 0)
         return;
     const char* p = static_cast<const char*>(record);
@@ -118,9 +142,9 @@ void saveRecord(int sock, const void* record, int len)
 
 } // namespace
 
-std::mutex& vxSocketLock(int sock)
+pthread_mutex_t* vxSocketLock(int sock)
 {
-    return g_socketLocks[static_cast<unsigned>(sock) % 64u];
+    return &g_socketLocks[static_cast<unsigned>(sock) % kSocketLocks];
 }
 
 int vxKindOf(int reqNo)
@@ -153,15 +177,26 @@ void mlibLog(const char* format, ...)
 
 int isAmIvoxalis()
 {
-    FILE* f = fopen(VX_PID_FILE, "r");
-    if (f == nullptr) {
+    // Only "cannot open" prints the error line; a pid file that is no regular
+    // file, or holds no number, answers 0 silently, as an unreadable one did.
+    const int fd = open(VX_PID_FILE, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
         printf("Error %s:%d\n", "isAmIvoxalis", __LINE__);
         return 0;
     }
+    // One decimal number, after white space: a few bytes are enough, and no
+    // stdio stream (a heap buffer per request) is needed for them.
+    char text[32];
+    ssize_t n = -1;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
+        n = read(fd, text, sizeof text - 1);
+    close(fd);
+    if (n <= 0)
+        return 0;
+    text[n] = '\0';
     int pid = 0;
-    const int got = fscanf(f, "%d", &pid);
-    fclose(f);
-    return got == 1 && pid == static_cast<int>(getpid());
+    return sscanf(text, "%d", &pid) == 1 && pid == static_cast<int>(getpid());
 }
 
 int needResponse(int reqNo)
@@ -201,33 +236,23 @@ int checkPort(int port)
     return 0;
 }
 
-int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
+namespace {
+
+// Steps from the first use of the socket to the end of the wait, under the
+// socket's lock. side: the side files as seen when the request started.
+int sendLocked(int sock, void* mediaReq, int len, tResp2App* resp, unsigned side)
 {
-    if (sock < 0) {
-        mlibLog("%s:%d improper socket:%d\n(%s:%d)\n", __func__, __LINE__, sock, __func__, __LINE__);
-        return 0;
-    }
+    // The log lines name the public call.
+    static const char kFn[] = "Send2VoxalisByApp";
 
     struct sockaddr_un service;
     memset(&service, 0, sizeof service);
     service.sun_family = AF_UNIX;
     snprintf(service.sun_path, sizeof service.sun_path, "%s", VX_SERVICE_SOCK);
 
-    // The side files are looked at when the request starts, again once it
-    // has been sent, and again after a wait for a response.
-    unsigned side = vxSideFiles();
-    if (side & VX_SIDE_IGNORE)
-        return 1;
-
-    // Held from the first use of the socket to the end of the wait. A
-    // request that awaits no answer holds it only for its send, but a send
-    // behind a waiting request of another thread waits until that answer is
-    // in (at most the socket's receive time-out).
-    std::lock_guard<std::mutex> socketLock(vxSocketLock(sock));
-
     char path[sizeof(sockaddr_un::sun_path) + 1];
     if (!ownPath(sock, path)) {
-        printf("=====================>>>>  %s:%d  sock : %d  %s \n", __func__, __LINE__, sock, strerror(errno));
+        printf("=====================>>>>  %s:%d  sock : %d  %s \n", kFn, __LINE__, sock, strerror(errno));
         return 0;
     }
     auto* head = static_cast<tMediaReq*>(mediaReq);
@@ -245,7 +270,7 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
     const ssize_t sent = sendto(sock, mediaReq, static_cast<size_t>(len), 0,
                                 reinterpret_cast<const struct sockaddr*>(&service), sizeof service);
     if (sent != len) {
-        mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", __func__, __LINE__, reqNo, strerror(errno), __func__, __LINE__);
+        mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", kFn, __LINE__, reqNo, strerror(errno), kFn, __LINE__);
         return 0;
     }
 
@@ -258,9 +283,9 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
         memset(&rsp, 0, sizeof rsp);
         const ssize_t got = recv(sock, &rsp, sizeof rsp, 0);
         if (got <= 0) {
-            mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", __func__, __LINE__, reqNo, strerror(errno), __func__, __LINE__);
+            mlibLog("(%s:%d)reqNo:%d %s\n(%s:%d)\n", kFn, __LINE__, reqNo, strerror(errno), kFn, __LINE__);
             if (resp == nullptr) {
-                mlibLog("resp!=NULL(%s:%d)\n", __func__, __LINE__);
+                mlibLog("resp!=NULL(%s:%d)\n", kFn, __LINE__);
                 return 0;
             }
             resp->result = -1;
@@ -269,16 +294,42 @@ int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
             return 0;
         }
         if (resp == nullptr) {
-            mlibLog("resp!=NULL(%s:%d)\n", __func__, __LINE__);
+            mlibLog("resp!=NULL(%s:%d)\n", kFn, __LINE__);
             return 0;
         }
         memcpy(resp, &rsp, sizeof rsp);
         if (reqNo != rsp.reqNo)
-            mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", __func__, __LINE__);
+            mlibLog("mediaReq->reqNo==rsp.reqNo(%s:%d)\n", kFn, __LINE__);
         side = vxSideFiles();
     }
 
     if (side & VX_SIDE_PRINT_TIME)
         printTimeLine("<<", reqNo);
     return 1;
+}
+
+} // namespace
+
+int Send2VoxalisByApp(int sock, void* mediaReq, int len, tResp2App* resp)
+{
+    if (sock < 0) {
+        mlibLog("%s:%d improper socket:%d\n(%s:%d)\n", __func__, __LINE__, sock, __func__, __LINE__);
+        return 0;
+    }
+
+    // The side files are looked at when the request starts, again once it
+    // has been sent, and again after a wait for a response.
+    const unsigned side = vxSideFiles();
+    if (side & VX_SIDE_IGNORE)
+        return 1;
+
+    // Held from the first use of the socket to the end of the wait. A
+    // request that awaits no answer holds it only for its send, but a send
+    // behind a waiting request of another thread waits until that answer is
+    // in (at most the socket's receive time-out).
+    pthread_mutex_t* lock = vxSocketLock(sock);
+    pthread_mutex_lock(lock);
+    const int sent = sendLocked(sock, mediaReq, len, resp, side);
+    pthread_mutex_unlock(lock);
+    return sent;
 }

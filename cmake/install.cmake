@@ -8,7 +8,13 @@ include(CMakePackageConfigHelpers)
 # directory, wherever the tree is unpacked (a phone's root file system
 # image, /opt, a test's temporary directory).
 file(RELATIVE_PATH VX_BIN_TO_LIB /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_target_properties(vxShell vxsim PROPERTIES INSTALL_RPATH "$ORIGIN/${VX_BIN_TO_LIB}")
+set_target_properties(vxsim PROPERTIES INSTALL_RPATH "$ORIGIN/${VX_BIN_TO_LIB}")
+# A vxShell that carries its libraries' code needs no run path (and the
+# loader then looks for libc nowhere but where libc is).
+get_target_property(vx_self_contained vxShell VX_SELF_CONTAINED)
+if(NOT vx_self_contained)
+  set_target_properties(vxShell PROPERTIES INSTALL_RPATH "$ORIGIN/${VX_BIN_TO_LIB}")
+endif()
 set_target_properties(vxclient mconf mutil PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 install(TARGETS vxclient mconf mutil EXPORT vxShellTargets

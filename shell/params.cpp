@@ -10,67 +10,80 @@
 #include <cstring>
 #include <unistd.h>
 
-VxShared g_regi_sock{-1};
-VxShared g_regi_channel{-1};
-char g_szAppName[128] = "vxShell V1.0";
-VxShared g_isRegistered{0};
-VxShared g_rtp_started{0};
-VxShared g_rtp_forward_Saver{0};
+// Every run parameter with its default, once: the definitions below and
+// vxResetParams are both made from this list, so a new parameter is one row
+// here (and its declaration in params.h). SHARED rows are the atomics, INT
+// rows plain ints, TEXT rows character arrays zero-filled behind the text.
+#define VX_RUN_PARAMS(SHARED, INT, TEXT)                                                \
+    SHARED(g_regi_sock, -1)                                                             \
+    SHARED(g_regi_channel, -1)                                                          \
+    TEXT(g_szAppName, 128, "vxShell V1.0")                                              \
+    SHARED(g_isRegistered, 0)                                                           \
+    SHARED(g_rtp_started, 0)                                                            \
+    SHARED(g_rtp_forward_Saver, 0)                                                      \
+                                                                                        \
+    SHARED(g_AudMode, 2) /* speaker */                                                  \
+    INT(g_audioCodec, 0)                                                                \
+    INT(g_bIsPagingMode, 0)                                                             \
+    TEXT(g_szServerIp, 16, "")                                                          \
+    INT(g_localPort, 9000)                                                              \
+    INT(g_remotePort, 9000)                                                             \
+    TEXT(g_szServerIp2, 16, "")                                                         \
+    INT(g_localPort2, 9002)                                                             \
+    INT(g_remotePort2, 9000)                                                            \
+    TEXT(g_szOppDevId, 16, "")                                                          \
+                                                                                        \
+    INT(g_vx_logLevel, -1)                                                              \
+    INT(g_LangCode, -1)                                                                 \
+    SHARED(g_bVQMRequestMOS, 0)                                                         \
+    SHARED(g_bVQMonEnable, 0)                                                           \
+                                                                                        \
+    INT(g_nVolumeIndex, 7)                                                              \
+    INT(g_nRepeatCnt, 1)                                                                \
+    SHARED(g_iKeyType, 0)                                                               \
+    INT(g_bTonePlay, 0)                                                                 \
+    INT(g_nToneIndex, 0)                                                                \
+    INT(g_bTonePlayEx, 0)                                                               \
+    INT(g_ToneFreq1, -1)                                                                \
+    INT(g_ToneFreq2, -1)                                                                \
+    INT(g_Tone1OnTime, -1)                                                              \
+    INT(g_Tone1OffTime, -1)                                                             \
+    INT(g_Tone2OnTime, -1)                                                              \
+    INT(g_Tone2OffTime, -1)                                                             \
+    INT(g_Tone3OnTime, -1)                                                              \
+    INT(g_Tone3OffTime, -1)                                                             \
+    INT(g_ToneRepeat, 0)                                                                \
+    INT(g_ToneInterMitMs, 0)                                                            \
+    TEXT(g_WaveFile, 128, "/sound/tone_0_0.wav")                                        \
+    INT(g_bTestPlayWav, 0)                                                              \
+    INT(g_bPlayWavIndex, 0)                                                             \
+    INT(g_nWaveIndex, 0)                                                                \
+                                                                                        \
+    INT(g_vx_Relay_Mode, 0)                                                             \
+    SHARED(g_vx_RelayThId, 0)                                                           \
+    TEXT(g_sShellIp, 64, "0.0.0.0") /* every interface, or VX_RELAY_ADDRESS */          \
+    INT(g_ShellPort, 55555)                                                             \
+                                                                                        \
+    INT(g_nFileMode, 0)                                                                 \
+    TEXT(g_szFileName, 64, "")                                                          \
+    TEXT(g_szSection, 64, "")                                                           \
+    TEXT(g_szKey, 64, "")                                                               \
+    TEXT(g_szText, 64, "")                                                              \
+                                                                                        \
+    SHARED(g_nTestRecordMode, 0)                                                        \
+    SHARED(g_bTestRecording, 0)                                                         \
+    SHARED(g_bTestKeyEvent, 0)                                                          \
+    SHARED(g_bTestWavPlay, 0)                                                           \
+    SHARED(g_bPauseTest, 0)
 
-VxShared g_AudMode{2};
-int g_audioCodec = 0;
-int g_bIsPagingMode = 0;
-char g_szServerIp[16] = "";
-int g_localPort = 9000;
-int g_remotePort = 9000;
-char g_szServerIp2[16] = "";
-int g_localPort2 = 9002;
-int g_remotePort2 = 9000;
-char g_szOppDevId[16] = "";
-
-int g_vx_logLevel = -1;
-int g_LangCode = -1;
-VxShared g_bVQMRequestMOS{0};
-VxShared g_bVQMonEnable{0};
-
-int g_nVolumeIndex = 7;
-int g_nRepeatCnt = 1;
-VxShared g_iKeyType{0};
-int g_bTonePlay = 0;
-int g_nToneIndex = 0;
-int g_bTonePlayEx = 0;
-int g_ToneFreq1 = -1;
-int g_ToneFreq2 = -1;
-int g_Tone1OnTime = -1;
-int g_Tone1OffTime = -1;
-int g_Tone2OnTime = -1;
-int g_Tone2OffTime = -1;
-int g_Tone3OnTime = -1;
-int g_Tone3OffTime = -1;
-int g_ToneRepeat = 0;
-int g_ToneInterMitMs = 0;
-char g_WaveFile[128] = "/sound/tone_0_0.wav";
-int g_bTestPlayWav = 0;
-int g_bPlayWavIndex = 0;
-int g_nWaveIndex = 0;
-
-int g_vx_Relay_Mode = 0;
-VxShared g_vx_RelayThId{0};
-// The relay listener binds every interface; no option changes it.
-char g_sShellIp[64] = "0.0.0.0";
-int g_ShellPort = 55555;
-
-int g_nFileMode = 0;
-char g_szFileName[64] = "";
-char g_szSection[64] = "";
-char g_szKey[64] = "";
-char g_szText[64] = "";
-
-VxShared g_nTestRecordMode{0};
-VxShared g_bTestRecording{0};
-VxShared g_bTestKeyEvent{0};
-VxShared g_bTestWavPlay{0};
-VxShared g_bPauseTest{0};
+// The definitions, initialised at compile time.
+#define VX_DEFINE_SHARED(name, value) VxShared name{value};
+#define VX_DEFINE_INT(name, value) int name = value;
+#define VX_DEFINE_TEXT(name, size, text) char name[size] = text;
+VX_RUN_PARAMS(VX_DEFINE_SHARED, VX_DEFINE_INT, VX_DEFINE_TEXT)
+#undef VX_DEFINE_SHARED
+#undef VX_DEFINE_INT
+#undef VX_DEFINE_TEXT
 
 namespace {
 
@@ -272,55 +285,26 @@ int parse_cmdline(int argc, char** argv)
     return 0;
 }
 
+namespace {
+
+// A text parameter as it starts: the text, and zeros up to the end.
+void resetText(char* field, size_t size, const char* text)
+{
+    memset(field, 0, size);
+    strncpy(field, text, size - 1);
+}
+
+} // namespace
+
 void vxResetParams()
 {
-    g_regi_sock = -1;
-    g_regi_channel = -1;
-    snprintf(g_szAppName, sizeof g_szAppName, "%s", "vxShell V1.0");
-    g_isRegistered = 0;
-    g_rtp_started = 0;
-    g_rtp_forward_Saver = 0;
-    g_AudMode = 2;
-    g_audioCodec = 0;
-    g_bIsPagingMode = 0;
-    memset(g_szServerIp, 0, sizeof g_szServerIp);
-    g_localPort = 9000;
-    g_remotePort = 9000;
-    memset(g_szServerIp2, 0, sizeof g_szServerIp2);
-    g_localPort2 = 9002;
-    g_remotePort2 = 9000;
-    memset(g_szOppDevId, 0, sizeof g_szOppDevId);
-    g_vx_logLevel = -1;
-    g_LangCode = -1;
-    g_bVQMRequestMOS = 0;
-    g_bVQMonEnable = 0;
-    g_nVolumeIndex = 7;
-    g_nRepeatCnt = 1;
-    g_iKeyType = 0;
-    g_bTonePlay = 0;
-    g_nToneIndex = 0;
-    g_bTonePlayEx = 0;
-    g_ToneFreq1 = g_ToneFreq2 = -1;
-    g_Tone1OnTime = g_Tone1OffTime = g_Tone2OnTime = g_Tone2OffTime = g_Tone3OnTime = g_Tone3OffTime = -1;
-    g_ToneRepeat = 0;
-    g_ToneInterMitMs = 0;
-    memset(g_WaveFile, 0, sizeof g_WaveFile);
-    snprintf(g_WaveFile, sizeof g_WaveFile, "%s", "/sound/tone_0_0.wav");
-    g_bTestPlayWav = 0;
-    g_bPlayWavIndex = 0;
-    g_nWaveIndex = 0;
-    g_vx_Relay_Mode = 0;
-    g_vx_RelayThId = 0;
-    snprintf(g_sShellIp, sizeof g_sShellIp, "%s", "0.0.0.0");
-    g_ShellPort = 55555;
-    g_nFileMode = 0;
-    memset(g_szFileName, 0, sizeof g_szFileName);
-    memset(g_szSection, 0, sizeof g_szSection);
-    memset(g_szKey, 0, sizeof g_szKey);
-    memset(g_szText, 0, sizeof g_szText);
-    g_nTestRecordMode = 0;
-    g_bTestRecording = 0;
-    g_bTestKeyEvent = 0;
-    g_bTestWavPlay = 0;
-    g_bPauseTest = 0;
+#define VX_RESET_SHARED(name, value) name = value;
+#define VX_RESET_INT(name, value) name = value;
+#define VX_RESET_TEXT(name, size, text)                                               \
+    static_assert(sizeof name == size && sizeof text <= size, "text fits its array"); \
+    resetText(name, sizeof name, text);
+    VX_RUN_PARAMS(VX_RESET_SHARED, VX_RESET_INT, VX_RESET_TEXT)
+#undef VX_RESET_SHARED
+#undef VX_RESET_INT
+#undef VX_RESET_TEXT
 }

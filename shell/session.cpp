@@ -10,7 +10,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -150,7 +149,7 @@ void StopRecording()
 
 namespace {
 
-std::mutex g_exitMutex;
+pthread_mutex_t g_exitMutex = PTHREAD_MUTEX_INITIALIZER;
 
 // The thread that takes the signals; valid once g_signalThreadUp is set.
 pthread_t g_signalThread;
@@ -162,16 +161,17 @@ static_assert(std::atomic<bool>::is_always_lock_free, "read in signal context");
 sigset_t g_startMask;
 std::atomic<bool> g_startMaskSaved{false};
 
-std::once_flag g_installOnce;
+pthread_once_t g_installOnce = PTHREAD_ONCE_INIT;
+
+// The signals that end the run in order.
+const int kShutdownSignals[] = {SIGINT, SIGHUP, SIGTERM, SIGQUIT};
 
 sigset_t shutdownSignals()
 {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGHUP);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGQUIT);
+    for (int sig : kShutdownSignals)
+        sigaddset(&set, sig);
     return set;
 }
 
@@ -246,7 +246,7 @@ void installSignalHandling()
     sa.sa_handler = forwardSignal;
     sigfillset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;
-    for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT})
+    for (int sig : kShutdownSignals)
         sigaction(sig, &sa, nullptr);
 
     // The signal thread is infrastructure, not a test thread: it is started
@@ -274,7 +274,7 @@ void vxClaimExit()
     // the same thread is a no-op.
     thread_local bool claimed = false;
     if (!claimed) {
-        g_exitMutex.lock();
+        pthread_mutex_lock(&g_exitMutex);
         claimed = true;
     }
 }
@@ -317,7 +317,7 @@ void signal_callback_handler(int sigNum)
     _exit(sigNum);
 }
 
-void vxInstallSignalHandling() { std::call_once(g_installOnce, installSignalHandling); }
+void vxInstallSignalHandling() { pthread_once(&g_installOnce, installSignalHandling); }
 
 void vxChildSignalMask(sigset_t* mask)
 {

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <initializer_list>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -31,7 +30,8 @@ int vxRunShellCommand(const char* cmd)
     vxChildSignalMask(&startMask);
     sigset_t defaults;
     sigemptyset(&defaults);
-    for (int sig : {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGPIPE})
+    static const int kDefaulted[] = {SIGINT, SIGHUP, SIGTERM, SIGQUIT, SIGPIPE};
+    for (int sig : kDefaulted)
         sigaddset(&defaults, sig);
     posix_spawnattr_setsigmask(&attr, &startMask);
     posix_spawnattr_setsigdefault(&attr, &defaults);

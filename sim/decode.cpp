@@ -5,128 +5,113 @@
 // wrong length shows up in these lines.
 #include "decode.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <iterator>
+#include <stdio.h>
+#include <string.h>
 
-namespace vxsim {
 namespace {
 
-constexpr Field W(uint16_t off, const char* name) { return Field{off, FieldType::I32, 4, name}; }
-constexpr Field T(uint16_t off, uint16_t width, const char* name) {
-  return Field{off, FieldType::Text, width, name};
-}
-constexpr Field K(uint16_t off, uint16_t width, const char* name) {
-  return Field{off, FieldType::Key, width, name};
-}
+constexpr SimField W(uint16_t off, const char* name) { return SimField{off, kFieldI32, 4, name}; }
+constexpr SimField T(uint16_t off, uint16_t width, const char* name) { return SimField{off, kFieldText, width, name}; }
+constexpr SimField K(uint16_t off, uint16_t width, const char* name) { return SimField{off, kFieldKey, width, name}; }
 
 // Payload layouts, each in offset order. Layouts shared by several request
 // numbers stand first; the one-word setters follow.
-const Field kEnable[] = {W(120, "enable")};
-const Field kOnOff[] = {W(120, "onOff")};
-const Field kModeVol[] = {W(120, "mode"), W(124, "vol")};
-const Field kModeEnable[] = {W(120, "mode"), W(124, "enable")};
-const Field kCodecPt[] = {W(120, "codec"), W(124, "payloadType")};
-const Field kPayloadType[] = {W(120, "payloadType")};
-const Field kAddress[] = {T(120, 50, "ip"), W(172, "port")};
-const Field kPosition[] = {W(120, "x"), W(124, "y"), W(128, "width"), W(132, "height")};
-const Field kPath[] = {T(120, 256, "path")};
-const Field kPause[] = {W(120, "pause")};
-const Field kDscp[] = {W(120, "dscp")};
-const Field kValue[] = {W(120, "value")};
+constexpr SimField kEnable[] = {W(120, "enable")};
+constexpr SimField kOnOff[] = {W(120, "onOff")};
+constexpr SimField kModeVol[] = {W(120, "mode"), W(124, "vol")};
+constexpr SimField kModeEnable[] = {W(120, "mode"), W(124, "enable")};
+constexpr SimField kCodecPt[] = {W(120, "codec"), W(124, "payloadType")};
+constexpr SimField kPayloadType[] = {W(120, "payloadType")};
+constexpr SimField kAddress[] = {T(120, 50, "ip"), W(172, "port")};
+constexpr SimField kPosition[] = {W(120, "x"), W(124, "y"), W(128, "width"), W(132, "height")};
+constexpr SimField kPath[] = {T(120, 256, "path")};
+constexpr SimField kPause[] = {W(120, "pause")};
+constexpr SimField kDscp[] = {W(120, "dscp")};
+constexpr SimField kValue[] = {W(120, "value")};
 
 // Tones, DTMF and wave files.
-const Field kTone[] = {W(120, "word120"), W(124, "play")};
-const Field kCadence[] = {W(120, "amp"),          W(124, "hz1"),          W(128, "hz2"),
-                          W(132, "firstOntime"),  W(136, "firstOfftime"), W(140, "secondOntime"),
-                          W(144, "secondOfftime"), W(148, "thirdOnTime"), W(152, "thirdOffTime"),
-                          W(156, "repeat"),       W(160, "intermitMs"),   W(164, "start")};
-const Field kSendDtmf[] = {W(120, "dtmfParam1"), W(124, "dtmfParam2"), W(128, "dtmfParam3"),
-                           W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140")};
-const Field kPlayDtmf[] = {W(120, "dtmfParam1"), W(132, "dtmfParam4"), W(136, "dtmfParam5"),
-                           W(140, "word140"), T(144, 128, "filename")};
-const Field kWave[] = {T(120, 128, "filePath"), W(248, "wavParam1"), W(252, "playFile"),
-                       W(256, "wavParam2"),     W(260, "wavParam3"), W(264, "repeat"),
-                       W(268, "wavParam4"),     W(272, "wavParam5"), W(276, "word276")};
-const Field kDtmfFeedback[] = {W(120, "enable")};
+constexpr SimField kTone[] = {W(120, "word120"), W(124, "play")};
+constexpr SimField kCadence[] = {W(120, "amp"), W(124, "hz1"), W(128, "hz2"), W(132, "firstOntime"),
+    W(136, "firstOfftime"), W(140, "secondOntime"), W(144, "secondOfftime"), W(148, "thirdOnTime"),
+    W(152, "thirdOffTime"), W(156, "repeat"), W(160, "intermitMs"), W(164, "start")};
+constexpr SimField kSendDtmf[] = {W(120, "dtmfParam1"), W(124, "dtmfParam2"), W(128, "dtmfParam3"),
+    W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140")};
+constexpr SimField kPlayDtmf[]
+    = {W(120, "dtmfParam1"), W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140"), T(144, 128, "filename")};
+constexpr SimField kWave[] = {T(120, 128, "filePath"), W(248, "wavParam1"), W(252, "playFile"), W(256, "wavParam2"),
+    W(260, "wavParam3"), W(264, "repeat"), W(268, "wavParam4"), W(272, "wavParam5"), W(276, "word276")};
+constexpr SimField kDtmfFeedback[] = {W(120, "enable")};
 
 // Audio path.
-const Field kAudioMode[] = {T(120, 10, "targetName"), W(132, "mode"), W(136, "modeParam1"),
-                            W(140, "modeParam2")};
+constexpr SimField kAudioMode[]
+    = {T(120, 10, "targetName"), W(132, "mode"), W(136, "modeParam1"), W(140, "modeParam2")};
 
 // Audio session.
-const Field kStartAudioRx[] = {W(120, "enable"), W(124, "rxOnly")};
-const Field kRtpLoop[] = {W(120, "enable"), W(124, "word124")};
-const Field kRxTotal[] = {W(120, "enable"),   W(124, "rxMode"),         W(128, "word128"),
-                          W(132, "codec"),    W(136, "word136"),        T(190, 50, "remote_ip"),
-                          W(240, "local_port"), W(244, "remote_port")};
-const Field kTxTotal[] = {W(120, "enable"), W(124, "word124"),      W(128, "txParam"),
-                          W(132, "codec"),  T(190, 50, "remote_ip"), W(240, "local_port"),
-                          W(244, "remote_port")};
-const Field kNob[] = {W(120, "nob")};
-const Field kTxGain[] = {W(120, "gain")};
-const Field kConference[] = {W(120, "on")};
-const Field kConfStop[] = {W(120, "session")};
+constexpr SimField kStartAudioRx[] = {W(120, "enable"), W(124, "rxOnly")};
+constexpr SimField kRtpLoop[] = {W(120, "enable"), W(124, "word124")};
+constexpr SimField kRxTotal[] = {W(120, "enable"), W(124, "rxMode"), W(128, "word128"), W(132, "codec"),
+    W(136, "word136"), T(190, 50, "remote_ip"), W(240, "local_port"), W(244, "remote_port")};
+constexpr SimField kTxTotal[] = {W(120, "enable"), W(124, "word124"), W(128, "txParam"), W(132, "codec"),
+    T(190, 50, "remote_ip"), W(240, "local_port"), W(244, "remote_port")};
+constexpr SimField kNob[] = {W(120, "nob")};
+constexpr SimField kTxGain[] = {W(120, "gain")};
+constexpr SimField kConference[] = {W(120, "on")};
+constexpr SimField kConfStop[] = {W(120, "session")};
 
 // SRTP: the audio record carries audioParam, the video record leaves it unset.
-const Field kSrtpAudio[] = {W(120, "on"),          W(124, "audio"),    W(128, "audioParam"),
-                            W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
-const Field kSrtpVideo[] = {W(120, "on"), W(124, "audio"), W(132, "cipher_type"),
-                            W(140, "auth_type"), K(156, 64, "key")};
+constexpr SimField kSrtpAudio[] = {
+    W(120, "on"), W(124, "audio"), W(128, "audioParam"), W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
+constexpr SimField kSrtpVideo[]
+    = {W(120, "on"), W(124, "audio"), W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
 
 // Tuning.
-const Field kPtime[] = {W(120, "ptime")};
-const Field kPlc[] = {W(120, "plc")};
-const Field kDjb[] = {W(120, "djbParam1"), W(124, "djbParam2"), W(128, "djbParam3"),
-                      W(132, "djbParam4")};
-const Field kNetMode[] = {W(120, "netMode")};
-const Field kEq[] = {W(120, "eq")};
-const Field kNr[] = {W(120, "nr")};
-const Field kRtpParam[] = {W(120, "rtpParam")};
-const Field kLogLevel[] = {W(120, "logLevel")};
-const Field kCountry[] = {W(120, "code")};
-const Field kCameraInit[] = {W(120, "cameraParam1"), W(124, "cameraParam2")};
+constexpr SimField kPtime[] = {W(120, "ptime")};
+constexpr SimField kPlc[] = {W(120, "plc")};
+constexpr SimField kDjb[] = {W(120, "djbParam1"), W(124, "djbParam2"), W(128, "djbParam3"), W(132, "djbParam4")};
+constexpr SimField kNetMode[] = {W(120, "netMode")};
+constexpr SimField kEq[] = {W(120, "eq")};
+constexpr SimField kNr[] = {W(120, "nr")};
+constexpr SimField kRtpParam[] = {W(120, "rtpParam")};
+constexpr SimField kLogLevel[] = {W(120, "logLevel")};
+constexpr SimField kCountry[] = {W(120, "code")};
+constexpr SimField kCameraInit[] = {W(120, "cameraParam1"), W(124, "cameraParam2")};
 
 // Video.
-const Field kInterval[] = {W(120, "interval")};
-const Field kResolution[] = {W(120, "resolution")};
-const Field kFps[] = {W(120, "fps")};
-const Field kRate[] = {W(120, "rate")};
-const Field kShowPip[] = {W(120, "onOff"), W(124, "word124")};
-const Field kCapture[] = {W(120, "surface"), W(124, "captureArg"), T(128, 256, "path")};
-const Field kBrightness[] = {W(120, "brightness")};
-const Field kWhitebalance[] = {W(120, "whitebalance")};
-const Field kCamera[] = {W(120, "param1"), W(124, "param2")};
-const Field kExpand[] = {W(120, "expand")};
+constexpr SimField kInterval[] = {W(120, "interval")};
+constexpr SimField kResolution[] = {W(120, "resolution")};
+constexpr SimField kFps[] = {W(120, "fps")};
+constexpr SimField kRate[] = {W(120, "rate")};
+constexpr SimField kShowPip[] = {W(120, "onOff"), W(124, "word124")};
+constexpr SimField kCapture[] = {W(120, "surface"), W(124, "captureArg"), T(128, 256, "path")};
+constexpr SimField kBrightness[] = {W(120, "brightness")};
+constexpr SimField kWhitebalance[] = {W(120, "whitebalance")};
+constexpr SimField kCamera[] = {W(120, "param1"), W(124, "param2")};
+constexpr SimField kExpand[] = {W(120, "expand")};
 
 // File receive.
-const Field kOpenFileRx[] = {T(120, 254, "fileName")};
-const Field kFileRxLocation[] = {W(120, "location1"), W(124, "location2"), W(128, "location3"),
-                                 W(132, "location4"), W(136, "location5"), W(140, "location6"),
-                                 W(144, "location7"), W(148, "location8")};
+constexpr SimField kOpenFileRx[] = {T(120, 254, "fileName")};
+constexpr SimField kFileRxLocation[] = {W(120, "location1"), W(124, "location2"), W(128, "location3"),
+    W(132, "location4"), W(136, "location5"), W(140, "location6"), W(144, "location7"), W(148, "location8")};
 
 // Registration.
-const Field kRegist[] = {T(120, 10, "appName"), T(132, 50, "eventRxIp"), W(184, "eventRxPort"),
-                         W(188, "priority"), W(192, "pid")};
-const Field kUnregist[] = {T(120, 10, "appName")};
+constexpr SimField kRegist[]
+    = {T(120, 10, "appName"), T(132, 50, "eventRxIp"), W(184, "eventRxPort"), W(188, "priority"), W(192, "pid")};
+constexpr SimField kUnregist[] = {T(120, 10, "appName")};
 
 // VQMon: two words and six 256-byte text slots.
-const Field kVqmMonitor[] = {W(120, "monitorCmd"), W(124, "monitorParam")};
-const Field kVqmConfig[] = {T(128, 256, "configText")};
-const Field kVqmIpInfo[] = {W(120, "ipValue1"), W(124, "ipValue2"), T(128, 256, "ipText1"),
-                            T(384, 256, "ipText2")};
-const Field kVqmCallInfo[] = {W(120, "callValue"),         T(128, 256, "callText1"),
-                              T(384, 256, "callText2"),    T(640, 256, "callText3"),
-                              T(896, 256, "callText4"),    T(1152, 256, "callText5"),
-                              T(1408, 256, "callText6")};
+constexpr SimField kVqmMonitor[] = {W(120, "monitorCmd"), W(124, "monitorParam")};
+constexpr SimField kVqmConfig[] = {T(128, 256, "configText")};
+constexpr SimField kVqmIpInfo[]
+    = {W(120, "ipValue1"), W(124, "ipValue2"), T(128, 256, "ipText1"), T(384, 256, "ipText2")};
+constexpr SimField kVqmCallInfo[] = {W(120, "callValue"), T(128, 256, "callText1"), T(384, 256, "callText2"),
+    T(640, 256, "callText3"), T(896, 256, "callText4"), T(1152, 256, "callText5"), T(1408, 256, "callText6")};
 
-#define FIELDS(a) a, std::size(a)
+#define FIELDS(a) a, sizeof a / sizeof a[0]
 #define NOFIELDS nullptr, 0
 
 // Every request number the service receives, in number order. Numbers with a
 // kind but no known operation are "spare": they carry the head alone.
-const RequestDesc kRequests[] = {
+constexpr SimRequest kRequests[] = {
     {0, "playTone/stopTone", 128, FIELDS(kTone)},
     {1, "dualTone", 168, FIELDS(kCadence)},
     {2, "sendDtmf", 272, FIELDS(kSendDtmf)},
@@ -251,141 +236,257 @@ const RequestDesc kRequests[] = {
 // How many bytes of an unknown payload or of trailing extra bytes are shown.
 constexpr size_t kHexShown = 32;
 
-void appendFmt(std::string& out, const char* fmt, long long v) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, fmt, v);
-  out += buf;
+// ---- the longest description, so that kSimDescribeMax is known to hold it ----
+
+constexpr size_t textLength(const char* s)
+{
+    size_t n = 0;
+    while (s[n] != '\0')
+        ++n;
+    return n;
 }
 
-void appendHex(std::string& out, const uint8_t* p, size_t n) {
-  static const char digits[] = "0123456789abcdef";
-  for (size_t i = 0; i < n; ++i) {
-    out += digits[p[i] >> 4];
-    out += digits[p[i] & 0x0f];
-  }
+// Digits and sign of the widest number printed.
+constexpr size_t kNumberMax = 20;
+// A quoted text of n bytes: every byte may take four characters (\xHH).
+constexpr size_t quotedMax(size_t n) { return 2 + 4 * n; }
+// " name=..." of one field.
+constexpr size_t fieldMax(const SimField& f)
+{
+    const size_t head = 2 + textLength(f.name);
+    switch (f.type) {
+    case kFieldI32:
+        return head + kNumberMax;
+    case kFieldText:
+        return head + quotedMax(f.width) + textLength("(unterminated)");
+    case kFieldKey:
+        return head + 2 * f.width;
+    }
+    return 0;
+}
+
+constexpr size_t describeMax()
+{
+    // The trailer: " short(record=N)", " extra=N:" or " payload=N:" and the
+    // bounded hex with "...(+N)".
+    const size_t trailer = textLength(" payload=:") + kNumberMax + 2 * kHexShown + textLength("...(+)") + kNumberMax;
+    const size_t head
+        = textLength("reqNo= channel= len= from= sockPath=") + 3 * kNumberMax + 2 * quotedMax(kSockPathWidth) + trailer;
+    size_t longest = head + textLength("unknown");
+    for (const SimRequest& r : kRequests) {
+        size_t n = head + textLength(r.name);
+        for (size_t i = 0; i < r.fieldCount; ++i)
+            n += fieldMax(r.fields[i]);
+        if (n > longest)
+            longest = n;
+    }
+    return longest;
+}
+static_assert(describeMax() < kSimDescribeMax, "a description always fits its buffer");
+
+const char kHexDigits[] = "0123456789abcdef";
+
+void addHex(SimText* out, const uint8_t* p, size_t n)
+{
+    for (size_t i = 0; i < n; ++i) {
+        simTextAddChar(out, kHexDigits[p[i] >> 4]);
+        simTextAddChar(out, kHexDigits[p[i] & 0x0f]);
+    }
 }
 
 // Hex of at most kHexShown bytes, with the count of those left out.
-void appendHexBounded(std::string& out, const uint8_t* p, size_t n) {
-  appendHex(out, p, std::min(n, kHexShown));
-  if (n > kHexShown) appendFmt(out, "...(+%lld)", static_cast<long long>(n - kHexShown));
+void addHexBounded(SimText* out, const uint8_t* p, size_t n)
+{
+    addHex(out, p, n < kHexShown ? n : kHexShown);
+    if (n > kHexShown) {
+        simTextAdd(out, "...(+");
+        simTextAddInt(out, static_cast<long long>(n - kHexShown));
+        simTextAddChar(out, ')');
+    }
 }
 
-void appendField(std::string& out, const Field& f, const uint8_t* data, size_t len) {
-  if (f.offset >= len) return;
-  const size_t avail = std::min<size_t>(f.width, len - f.offset);
-  const uint8_t* p = data + f.offset;
-  switch (f.type) {
-    case FieldType::I32:
-      if (avail < 4) return;  // a partial word is not shown
-      out += ' ';
-      out += f.name;
-      appendFmt(out, "=%lld", readI32(data, f.offset));
-      break;
-    case FieldType::Text:
-      out += ' ';
-      out += f.name;
-      out += '=';
-      appendQuoted(out, p, avail);
-      if (avail == f.width && std::memchr(p, 0, avail) == nullptr) out += "(unterminated)";
-      break;
-    case FieldType::Key:
-      out += ' ';
-      out += f.name;
-      out += '=';
-      appendHex(out, p, avail);
-      break;
-  }
+void addField(SimText* out, const SimField& f, const uint8_t* data, size_t len)
+{
+    if (f.offset >= len)
+        return;
+    const size_t avail = f.width < len - f.offset ? f.width : len - f.offset;
+    const uint8_t* p = data + f.offset;
+    switch (f.type) {
+    case kFieldI32:
+        if (avail < 4)
+            return; // a partial word is not shown
+        simTextAddChar(out, ' ');
+        simTextAdd(out, f.name);
+        simTextAddChar(out, '=');
+        simTextAddInt(out, simReadI32(data, f.offset));
+        break;
+    case kFieldText:
+        simTextAddChar(out, ' ');
+        simTextAdd(out, f.name);
+        simTextAddChar(out, '=');
+        simAddQuoted(out, p, avail);
+        if (avail == f.width && memchr(p, 0, avail) == nullptr)
+            simTextAdd(out, "(unterminated)");
+        break;
+    case kFieldKey:
+        simTextAddChar(out, ' ');
+        simTextAdd(out, f.name);
+        simTextAddChar(out, '=');
+        addHex(out, p, avail);
+        break;
+    }
 }
 
-}  // namespace
+} // namespace
 
-const RequestDesc* findRequest(int32_t reqNo) {
-  for (const RequestDesc& r : kRequests)
-    if (r.reqNo == reqNo) return &r;
-  return nullptr;
+void simTextInit(SimText* t, char* buf, size_t size)
+{
+    t->buf = buf;
+    t->size = size;
+    t->len = 0;
+    t->cut = false;
+    if (size > 0)
+        buf[0] = '\0';
 }
 
-int32_t readI32(const uint8_t* data, size_t off) {
-  const uint32_t u = static_cast<uint32_t>(data[off]) | static_cast<uint32_t>(data[off + 1]) << 8 |
-                     static_cast<uint32_t>(data[off + 2]) << 16 |
-                     static_cast<uint32_t>(data[off + 3]) << 24;
-  int32_t v;
-  std::memcpy(&v, &u, sizeof v);
-  return v;
+void simTextAddN(SimText* t, const char* s, size_t n)
+{
+    if (t->size == 0)
+        return;
+    const size_t room = t->size - 1 - t->len;
+    if (n > room) {
+        n = room;
+        t->cut = true;
+    }
+    memcpy(t->buf + t->len, s, n);
+    t->len += n;
+    t->buf[t->len] = '\0';
 }
 
-void appendQuoted(std::string& out, const uint8_t* text, size_t len) {
-  static const char digits[] = "0123456789abcdef";
-  out += '"';
-  for (size_t i = 0; i < len && text[i] != 0; ++i) {
-    const uint8_t c = text[i];
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      default:
-        if (c >= 0x20 && c < 0x7f) {
-          out += static_cast<char>(c);
-        } else {
-          out += "\\x";
-          out += digits[c >> 4];
-          out += digits[c & 0x0f];
+void simTextAdd(SimText* t, const char* s) { simTextAddN(t, s, strlen(s)); }
+
+void simTextAddChar(SimText* t, char c) { simTextAddN(t, &c, 1); }
+
+void simTextAddInt(SimText* t, long long v)
+{
+    char digits[32];
+    const int n = snprintf(digits, sizeof digits, "%lld", v);
+    if (n > 0)
+        simTextAddN(t, digits, static_cast<size_t>(n));
+}
+
+const SimRequest* simFindRequest(int32_t reqNo)
+{
+    for (const SimRequest& r : kRequests)
+        if (r.reqNo == reqNo)
+            return &r;
+    return nullptr;
+}
+
+int32_t simReadI32(const uint8_t* data, size_t off)
+{
+    const uint32_t u = static_cast<uint32_t>(data[off]) | static_cast<uint32_t>(data[off + 1]) << 8
+        | static_cast<uint32_t>(data[off + 2]) << 16 | static_cast<uint32_t>(data[off + 3]) << 24;
+    int32_t v;
+    memcpy(&v, &u, sizeof v);
+    return v;
+}
+
+void simAddQuoted(SimText* out, const uint8_t* text, size_t len)
+{
+    simTextAddChar(out, '"');
+    for (size_t i = 0; i < len && text[i] != 0; ++i) {
+        const uint8_t c = text[i];
+        switch (c) {
+        case '"':
+            simTextAdd(out, "\\\"");
+            break;
+        case '\\':
+            simTextAdd(out, "\\\\");
+            break;
+        case '\n':
+            simTextAdd(out, "\\n");
+            break;
+        case '\r':
+            simTextAdd(out, "\\r");
+            break;
+        case '\t':
+            simTextAdd(out, "\\t");
+            break;
+        default:
+            if (c >= 0x20 && c < 0x7f) {
+                simTextAddChar(out, static_cast<char>(c));
+            } else {
+                const char esc[4] = {'\\', 'x', kHexDigits[c >> 4], kHexDigits[c & 0x0f]};
+                simTextAddN(out, esc, sizeof esc);
+            }
         }
     }
-  }
-  out += '"';
+    simTextAddChar(out, '"');
 }
 
-std::string describeRequest(const uint8_t* data, size_t len, const char* from) {
-  std::string out;
-  const RequestDesc* desc = nullptr;
-  if (len >= 4) {
-    const int32_t reqNo = readI32(data, kHeadReqNo);
-    desc = findRequest(reqNo);
-    appendFmt(out, "reqNo=%lld ", reqNo);
-    out += desc ? desc->name : "unknown";
-  } else {
-    out += "reqNo=? unknown";
-  }
-  if (len >= kHeadLength)
-    appendFmt(out, " channel=%lld", readI32(data, kHeadChannel));
-  else
-    out += " channel=?";
-  appendFmt(out, " len=%lld", static_cast<long long>(len));
-
-  out += " from=";
-  if (from)
-    appendQuoted(out, reinterpret_cast<const uint8_t*>(from), std::strlen(from));
-  else
-    out += '-';
-  if (len > kHeadSockPath) {
-    // sockPath is shown only when it tells something the source address doesn't.
-    std::string path;
-    appendQuoted(path, data + kHeadSockPath, std::min(kSockPathWidth, len - kHeadSockPath));
-    std::string fromQuoted;
-    if (from) appendQuoted(fromQuoted, reinterpret_cast<const uint8_t*>(from), std::strlen(from));
-    if (path != fromQuoted) out += " sockPath=" + path;
-  }
-
-  if (desc) {
-    for (size_t i = 0; i < desc->fieldCount; ++i) appendField(out, desc->fields[i], data, len);
-    if (len < desc->length) {
-      appendFmt(out, " short(record=%lld)", desc->length);
-    } else if (len > desc->length) {
-      appendFmt(out, " extra=%lld:", static_cast<long long>(len - desc->length));
-      appendHexBounded(out, data + desc->length, len - desc->length);
+void simDescribeRequest(SimText* out, const uint8_t* data, size_t len, const char* from)
+{
+    const SimRequest* desc = nullptr;
+    if (len >= 4) {
+        const int32_t reqNo = simReadI32(data, kHeadReqNo);
+        desc = simFindRequest(reqNo);
+        simTextAdd(out, "reqNo=");
+        simTextAddInt(out, reqNo);
+        simTextAddChar(out, ' ');
+        simTextAdd(out, desc != nullptr ? desc->name : "unknown");
+    } else {
+        simTextAdd(out, "reqNo=? unknown");
     }
-  } else if (len > kHeadLength) {
-    appendFmt(out, " payload=%lld:", static_cast<long long>(len - kHeadLength));
-    appendHexBounded(out, data + kHeadLength, len - kHeadLength);
-  } else if (len < kHeadLength) {
-    out += " short(head) hex=";
-    appendHexBounded(out, data, len);
-  }
-  return out;
-}
+    if (len >= kHeadLength) {
+        simTextAdd(out, " channel=");
+        simTextAddInt(out, simReadI32(data, kHeadChannel));
+    } else {
+        simTextAdd(out, " channel=?");
+    }
+    simTextAdd(out, " len=");
+    simTextAddInt(out, static_cast<long long>(len));
 
-}  // namespace vxsim
+    simTextAdd(out, " from=");
+    char fromBuf[quotedMax(kSockPathWidth) + 1];
+    SimText fromQuoted;
+    simTextInit(&fromQuoted, fromBuf, sizeof fromBuf);
+    if (from != nullptr)
+        simAddQuoted(&fromQuoted, reinterpret_cast<const uint8_t*>(from), strlen(from));
+    simTextAdd(out, from != nullptr ? fromBuf : "-");
+    if (len > kHeadSockPath) {
+        // sockPath is shown only when it tells something the source address doesn't.
+        char pathBuf[quotedMax(kSockPathWidth) + 1];
+        SimText path;
+        simTextInit(&path, pathBuf, sizeof pathBuf);
+        const size_t width = len - kHeadSockPath < kSockPathWidth ? len - kHeadSockPath : kSockPathWidth;
+        simAddQuoted(&path, data + kHeadSockPath, width);
+        if (strcmp(pathBuf, fromBuf) != 0) {
+            simTextAdd(out, " sockPath=");
+            simTextAdd(out, pathBuf);
+        }
+    }
+
+    if (desc != nullptr) {
+        for (size_t i = 0; i < desc->fieldCount; ++i)
+            addField(out, desc->fields[i], data, len);
+        if (len < desc->length) {
+            simTextAdd(out, " short(record=");
+            simTextAddInt(out, desc->length);
+            simTextAddChar(out, ')');
+        } else if (len > desc->length) {
+            simTextAdd(out, " extra=");
+            simTextAddInt(out, static_cast<long long>(len - desc->length));
+            simTextAddChar(out, ':');
+            addHexBounded(out, data + desc->length, len - desc->length);
+        }
+    } else if (len > kHeadLength) {
+        simTextAdd(out, " payload=");
+        simTextAddInt(out, static_cast<long long>(len - kHeadLength));
+        simTextAddChar(out, ':');
+        addHexBounded(out, data + kHeadLength, len - kHeadLength);
+    } else if (len < kHeadLength) {
+        simTextAdd(out, " short(head) hex=");
+        addHexBounded(out, data, len);
+    }
+}

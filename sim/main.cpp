@@ -1,14 +1,13 @@
 // vxsim: the stand-in media service. Command line and help; the work is in
 // service.cpp, the record table in decode.cpp.
-#include <getopt.h>
-
-#include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "service.h"
+
+#include <errno.h>
+#include <getopt.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 namespace {
 
@@ -59,21 +58,21 @@ const char kHelp[] =
     "2: a bad command line.\n";
 
 enum OptId {
-  kOptSilent = 1000,
-  kOptDelay,
-  kOptWrongReqNo,
-  kOptNoRead,
-  kOptRecord,
-  kOptQuiet,
-  kOptFirstChannel,
-  kOptMaxChannels,
-  kOptCamDetection,
-  kOptRxPort,
-  kOptForce,
-  kOptHelp,
+    kOptSilent = 1000,
+    kOptDelay,
+    kOptWrongReqNo,
+    kOptNoRead,
+    kOptRecord,
+    kOptQuiet,
+    kOptFirstChannel,
+    kOptMaxChannels,
+    kOptCamDetection,
+    kOptRxPort,
+    kOptForce,
+    kOptHelp,
 };
 
-const option kLongOptions[] = {
+const struct option kLongOptions[] = {
     {"silent", no_argument, nullptr, kOptSilent},
     {"delay", required_argument, nullptr, kOptDelay},
     {"wrong-reqno", no_argument, nullptr, kOptWrongReqNo},
@@ -89,78 +88,113 @@ const option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+// The options that take a number: where it goes, its range, and the name in
+// the message of a bad one.
+struct NumberOption {
+    int id;
+    long lo;
+    long hi;
+    const char* message;
+};
+
+const NumberOption kNumberOptions[] = {
+    {kOptDelay, 0, 600000, "bad --delay '%s'"},
+    {kOptFirstChannel, 0, INT32_MAX, "bad --first-channel '%s'"},
+    {kOptMaxChannels, INT32_MIN, INT32_MAX, "bad --max-channels '%s'"},
+    {kOptCamDetection, INT32_MIN, INT32_MAX, "bad --cam-detection '%s'"},
+    {kOptRxPort, INT32_MIN, INT32_MAX, "bad --rx-port '%s'"},
+};
+
 // A whole decimal number within [lo, hi], or false.
-bool parseNumber(const char* text, long lo, long hi, int32_t* out) {
-  errno = 0;
-  char* end = nullptr;
-  const long v = std::strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || v < lo || v > hi) return false;
-  *out = static_cast<int32_t>(v);
-  return true;
+bool parseNumber(const char* text, long lo, long hi, int32_t* out)
+{
+    errno = 0;
+    char* end = nullptr;
+    const long v = strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || v < lo || v > hi)
+        return false;
+    *out = static_cast<int32_t>(v);
+    return true;
 }
 
-int usageError(const char* fmt, const char* what) {
-  std::fprintf(stderr, "vxsim: ");
-  std::fprintf(stderr, fmt, what);
-  std::fprintf(stderr, "\nTry 'vxsim --help'.\n");
-  return 2;
+int usageError(const char* fmt, const char* what)
+{
+    fprintf(stderr, "vxsim: ");
+    fprintf(stderr, fmt, what);
+    fprintf(stderr, "\nTry 'vxsim --help'.\n");
+    return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  vxsim::Options opt;
-  opterr = 0;  // the messages below replace getopt's own
-  int c;
-  int32_t n = 0;
-  while ((c = getopt_long(argc, argv, ":", kLongOptions, nullptr)) != -1) {
-    switch (c) {
-      case kOptSilent: opt.silent = true; break;
-      case kOptWrongReqNo: opt.wrongReqNo = true; break;
-      case kOptNoRead: opt.noRead = true; break;
-      case kOptQuiet: opt.quiet = true; break;
-      case kOptForce: opt.force = true; break;
-      case kOptRecord:
-        if (optarg[0] == '\0') return usageError("%s needs a file name", "--record");
-        opt.recordFile = optarg;
-        break;
-      case kOptDelay:
-        if (!parseNumber(optarg, 0, 600000, &n)) return usageError("bad --delay '%s'", optarg);
-        opt.delayMs = n;
-        break;
-      case kOptFirstChannel:
-        if (!parseNumber(optarg, 0, INT32_MAX, &n))
-          return usageError("bad --first-channel '%s'", optarg);
-        opt.firstChannel = n;
-        break;
-      case kOptMaxChannels:
-        if (!parseNumber(optarg, INT32_MIN, INT32_MAX, &n))
-          return usageError("bad --max-channels '%s'", optarg);
-        opt.maxChannels = n;
-        break;
-      case kOptCamDetection:
-        if (!parseNumber(optarg, INT32_MIN, INT32_MAX, &n))
-          return usageError("bad --cam-detection '%s'", optarg);
-        opt.camDetection = n;
-        break;
-      case kOptRxPort:
-        if (!parseNumber(optarg, INT32_MIN, INT32_MAX, &n))
-          return usageError("bad --rx-port '%s'", optarg);
-        opt.defaultRxPort = n;
-        break;
-      case kOptHelp:
-        std::fputs(kHelp, stdout);
-        return 0;
-      case ':':
-        return usageError("option %s needs an argument", argv[optind - 1]);
-      default:
-        if (optopt > 0 && optopt < 256) {  // a short option, perhaps inside a group
-          const char shortOpt[3] = {'-', static_cast<char>(optopt), '\0'};
-          return usageError("unknown option '%s'", shortOpt);
-        }
-        return usageError("unknown option '%s'", argv[optind - 1]);
+// The field of opt that a number option sets.
+int32_t* numberField(SimOptions* opt, int id)
+{
+    switch (id) {
+    case kOptDelay:
+        return &opt->delayMs;
+    case kOptFirstChannel:
+        return &opt->firstChannel;
+    case kOptMaxChannels:
+        return &opt->maxChannels;
+    case kOptCamDetection:
+        return &opt->camDetection;
+    case kOptRxPort:
+        return &opt->defaultRxPort;
     }
-  }
-  if (optind < argc) return usageError("unexpected argument '%s'", argv[optind]);
-  return vxsim::runService(opt);
+    return nullptr;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    SimOptions opt;
+    opterr = 0; // the messages below replace getopt's own
+    int c;
+    while ((c = getopt_long(argc, argv, ":", kLongOptions, nullptr)) != -1) {
+        const NumberOption* number = nullptr;
+        for (const NumberOption& n : kNumberOptions)
+            if (n.id == c)
+                number = &n;
+        if (number != nullptr) {
+            if (!parseNumber(optarg, number->lo, number->hi, numberField(&opt, c)))
+                return usageError(number->message, optarg);
+            continue;
+        }
+        switch (c) {
+        case kOptSilent:
+            opt.silent = true;
+            break;
+        case kOptWrongReqNo:
+            opt.wrongReqNo = true;
+            break;
+        case kOptNoRead:
+            opt.noRead = true;
+            break;
+        case kOptQuiet:
+            opt.quiet = true;
+            break;
+        case kOptForce:
+            opt.force = true;
+            break;
+        case kOptRecord:
+            if (optarg[0] == '\0')
+                return usageError("%s needs a file name", "--record");
+            opt.recordFile = optarg;
+            break;
+        case kOptHelp:
+            fputs(kHelp, stdout);
+            return 0;
+        case ':':
+            return usageError("option %s needs an argument", argv[optind - 1]);
+        default:
+            if (optopt > 0 && optopt < 256) { // a short option, perhaps inside a group
+                const char shortOpt[3] = {'-', static_cast<char>(optopt), '\0'};
+                return usageError("unknown option '%s'", shortOpt);
+            }
+            return usageError("unknown option '%s'", argv[optind - 1]);
+        }
+    }
+    if (optind < argc)
+        return usageError("unexpected argument '%s'", argv[optind]);
+    return simRunService(&opt);
 }

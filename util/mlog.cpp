@@ -12,14 +12,27 @@
 
 void logPrt(const char* format, ...)
 {
-    char* text = nullptr;
+    // A line is formatted on the stack; only a longer one than that takes
+    // the heap. The test threads log at every step, and a heap block per
+    // line in each short-lived thread spreads over the pages of the heap.
+    char line[1024];
     va_list ap;
     va_start(ap, format);
-    const int n = vasprintf(&text, format, ap);
+    const int n = vsnprintf(line, sizeof line, format, ap);
     va_end(ap);
-    if (n < 1) {
-        free(n < 0 ? nullptr : text);
+    if (n < 1)
         return;
+    char* heap = nullptr;
+    const char* text = line;
+    if (static_cast<size_t>(n) >= sizeof line) {
+        va_start(ap, format);
+        const int m = vasprintf(&heap, format, ap);
+        va_end(ap);
+        if (m < 1) {
+            free(m < 0 ? nullptr : heap);
+            return;
+        }
+        text = heap;
     }
     struct timeval tv;
     gettimeofday(&tv, nullptr);
@@ -27,7 +40,7 @@ void logPrt(const char* format, ...)
     localtime_r(&tv.tv_sec, &tmv);
     printf("[%02d:%02d:%02d.%03d] %s\n", tmv.tm_hour, tmv.tm_min, tmv.tm_sec,
            static_cast<int>(tv.tv_usec / 1000), text);
-    free(text);
+    free(heap);
 }
 
 int msleep(uint32_t ms)
