@@ -1,34 +1,22 @@
-# Nothing but libc at run time: each built program or library NEEDS only
-# libc, the dynamic loader and the project's own libraries, so that a minimal
-# phone image without the C++ runtime carries it. Run by CTest:
-#   cmake -DREADELF=<readelf> -DFILES=<file>|<file>... -P libc_only_check.cmake
-# The toolchain's readelf reads the files of a cross build as well.
-if(NOT READELF OR NOT FILES)
-  message(FATAL_ERROR "usage: cmake -DREADELF=... -DFILES=a|b -P libc_only_check.cmake")
-endif()
+# Nothing but libc at run time: each file NEEDS only libc, the dynamic loader
+# and the project's own libraries, so that a phone image without the C++
+# runtime carries it. Run by CTest:
+#   cmake -DREADELF=<readelf> -DFILES=<file>;<file>... -P libc_only_check.cmake
 set(allowed "^(libc\\.so\\.[0-9]+|ld-linux[-a-z0-9_]*\\.so\\.[0-9]+|lib(vxclient|mconf|mutil)\\.so\\.[0-9]+)$")
-string(REPLACE "|" ";" files "${FILES}")
 set(faults)
-foreach(file IN LISTS files)
-  execute_process(COMMAND ${READELF} -d ${file} OUTPUT_VARIABLE dyn ERROR_VARIABLE err RESULT_VARIABLE rc)
-  if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "${READELF} -d ${file}: ${err}")
-  endif()
-  string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*" entries "${dyn}")
-  set(needed)
-  foreach(entry IN LISTS entries)
-    string(REGEX REPLACE ".*\\[(.*)\\].*" "\\1" lib "${entry}")
-    list(APPEND needed ${lib})
+foreach(file IN LISTS FILES)
+  execute_process(COMMAND ${READELF} -d ${file} OUTPUT_VARIABLE dyn RESULT_VARIABLE rc)
+  string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]]*\\]" entries "${dyn}")
+  string(REGEX REPLACE "[^;]*\\[([^]]*)\\]" "\\1" needed "${entries}")
+  foreach(lib IN LISTS needed)
     if(NOT lib MATCHES "${allowed}")
       list(APPEND faults "${file} needs ${lib}")
     endif()
   endforeach()
-  # A dynamic file without libc among its needs was not read right.
-  if(NOT needed MATCHES "libc\\.so")
-    list(APPEND faults "${file}: no libc among its NEEDED entries '${needed}'")
+  # A file without libc among its needs was not read right.
+  if(NOT rc EQUAL 0 OR NOT needed MATCHES "libc\\.so")
+    list(APPEND faults "${file}: NEEDED '${needed}' (readelf status ${rc})")
   endif()
-  get_filename_component(name ${file} NAME)
-  message(STATUS "${name} NEEDS ${needed}")
 endforeach()
 if(faults)
   list(JOIN faults "\n  " text)

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <fcntl.h>
+#include <future>
 #include <regex>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -122,16 +123,26 @@ TEST(Transport, LevelsSocketsAndOddPaths)
     EXPECT_EQ(lines[0].priority, LOG_USER | LOG_CRIT);
     EXPECT_EQ(lines[1].priority, LOG_USER | LOG_INFO);
     EXPECT_EQ(lines[3].text, lines[0].text);
+    // A FIFO as the pid file (anyone who may write /tmp/vx/ can plant one)
+    // must not hold the request.
+    unlink(VX_PID_FILE);
+    mkfifo(VX_PID_FILE, 0644);
+    auto call = std::async(std::launch::async, [&] { return reqVQMonMonitor(r.sock, 1, 1, 5); });
+    EXPECT_EQ(call.wait_for(std::chrono::seconds(2)), std::future_status::ready) << "the request waited on the pid file";
+    while (call.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready)
+        close(open(VX_PID_FILE, O_RDWR | O_NONBLOCK)); // a stuck reader gets its writer
+    EXPECT_EQ(call.get(), 1);
+    unlink(VX_PID_FILE);
     // Sockets: a fresh appXXXXXX per registration, left in place; the fixed
     // path for the shell's debugging registration.
     const int a = registApplication("a", 0, -1, "127.0.0.1"), b = regForVxShell("b", 0, "127.0.0.1", -1);
-    ASSERT_TRUE(r.svc.waitFor(4));
+    ASSERT_TRUE(r.svc.waitFor(5));
     const auto d = r.svc.received();
-    EXPECT_TRUE(std::regex_match(d[2].from, std::regex("/tmp/vx/app[A-Za-z0-9]{6}"))) << d[2].from;
-    EXPECT_EQ(d[3].from, VX_DBG_SOCK);
+    EXPECT_TRUE(std::regex_match(d[3].from, std::regex("/tmp/vx/app[A-Za-z0-9]{6}"))) << d[3].from;
+    EXPECT_EQ(d[4].from, VX_DBG_SOCK);
     EXPECT_EQ(unregistApplication(a), 1);
     struct stat st;
-    EXPECT_EQ(stat(d[2].from.c_str(), &st), 0);
+    EXPECT_EQ(stat(d[3].from.c_str(), &st), 0);
     close(b);
     // A descriptor that is no socket fails in the transport; saveMsg without
     // tx/ saves nothing and the request goes out all the same.
