@@ -2,6 +2,7 @@
 #include "request.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -49,13 +50,14 @@ enum class PathKind { Template, FixedDebug };
 int makeBoundSocket(char (&path)[108], PathKind kind, const char* fn, bool logSocket, bool logBindFailure)
 {
     if (kind == PathKind::Template) {
-        const int tmp = mkstemp(path);
+        const int tmp = mkostemp(path, O_CLOEXEC);
         if (tmp < 0)
             return VX_ERR_RESOURCE;
         close(tmp);
     }
 
-    const int sock = socket(AF_UNIX, SOCK_DGRAM, 0);
+    // Close-on-exec: no command the application starts inherits the socket.
+    const int sock = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         mlibLog("%s:%d %s\n(%s:%d)\n", fn, __LINE__, strerror(errno), fn, __LINE__);
         return VX_ERR_RESOURCE;

@@ -2,6 +2,7 @@
 // common end.
 #include "menu.h"
 
+#include "children.h"
 #include "filemode.h"
 #include "keyevent.h"
 #include "mlog.h"
@@ -17,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/select.h>
 
 namespace {
@@ -164,6 +166,12 @@ void RunMenu()
 
 int vxShellMain(int argc, char** argv)
 {
+    // Started with 0, 1 or 2 closed (by a service manager, say), the shell
+    // first puts /dev/null there, so that no socket of its own lands on a
+    // standard descriptor and is taken for stdin or stdout.
+    for (int fd = 0; fd <= 2; ++fd)
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", fd == 0 ? O_RDONLY : O_WRONLY) < 0)
+            return 1;
     vxInstallSignalHandling();
     // Unbuffered stdin: a line read by fgets never pulls the next line into
     // a buffer that select cannot see.
@@ -232,8 +240,10 @@ int vxShellMain(int argc, char** argv)
         RunMenu();
     }
 
-    // Common end. Test threads are not waited for.
+    // Common end. Test threads are not waited for; the commands they started
+    // end with the shell.
     vxClaimExit();
+    vxEndShellCommands();
     if (g_regi_sock > 0)
         unregistApplication(g_regi_sock);
     fflush(stdout);

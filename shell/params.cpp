@@ -2,6 +2,7 @@
 // text.
 #include "params.h"
 
+#include "keyevent.h"
 #include "mlog.h"
 
 #include <cstdint>
@@ -218,6 +219,16 @@ int parse_cmdline(int argc, char** argv)
             break;
         }
         case 'o':
+            // The id goes into a command for the system shell ("key dss_<id>"):
+            // refused unless it is an identifier the field holds whole, where
+            // the description would copy any text (on purpose).
+            if (strlen(optarg) >= sizeof g_szOppDevId ||
+                strspn(optarg, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-") != strlen(optarg)) {
+                char shown[4 * sizeof g_szOppDevId];
+                printf(">>> ERR, vxShell, opponent DeviceId <%s> is not 0 to %d of A-Z a-z 0-9 _ -.\n",
+                       vxPrintable(shown, sizeof shown, optarg), static_cast<int>(sizeof g_szOppDevId - 1));
+                exit(1);
+            }
             copyField(g_szOppDevId, optarg, 15);
             break;
         case 'P': {

@@ -1,6 +1,7 @@
 // Session commands (menu keys r u s t c m n) and the orderly end on a signal.
 #include "session.h"
 
+#include "children.h"
 #include "mlog.h"
 #include "params.h"
 #include "vxclient.h"
@@ -301,6 +302,8 @@ void signal_callback_handler(int sigNum)
         logPrt(">>> Signal Handler, sigNum:%d, Unknown ...", sigNum);
         break;
     }
+    // The commands of key scripts end with the shell.
+    vxEndShellCommands();
     if (g_rtp_forward_Saver)
         StopRecording();
     if (g_rtp_started)

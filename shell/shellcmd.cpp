@@ -2,6 +2,7 @@
 // belongs in this file (see shellcmd.h).
 #include "shellcmd.h"
 
+#include "children.h"
 #include "mlog.h"
 #include "session.h"
 
@@ -10,8 +11,6 @@
 #include <cstdio>
 #include <spawn.h>
 #include <sys/wait.h>
-
-extern char** environ;
 
 // Not system(): the shell blocks SIGINT, SIGHUP, SIGTERM and SIGQUIT in all
 // of its threads (a thread of its own takes them with sigwait), and a child
@@ -43,17 +42,20 @@ int vxRunShellCommand(const char* cmd)
     char noGlob[] = "-f";
     char dashC[] = "-c";
     char* argv[] = {sh, noGlob, dashC, const_cast<char*>(cmd), nullptr};
-    pid_t pid = -1;
-    const int rc = posix_spawn(&pid, sh, nullptr, &attr, argv, environ);
+    // The child sees the standard descriptors alone, whatever the shell holds.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+    const pid_t pid = vxStartInGroup(argv, &actions, &attr);
+    posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attr);
-    if (rc != 0)
+    if (pid < 0)
         return -1;
 
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
+    vxGroupDone(pid);
     return status;
 }
 

@@ -10,11 +10,12 @@
 #include <cstdint>
 
 // Runs `cmd` with /bin/sh -f -c (pathname expansion off) and waits for it.
-// The child starts with the signal mask the shell started with and default
-// actions for the four shutdown signals,
-// which every thread of the shell keeps blocked. Returns the wait status,
-// or -1 when the shell could not be started. stdout is flushed first so
-// that the command's output follows the log lines before it.
+// The child starts in a process group of its own (see children.h), with the
+// standard descriptors alone, the signal mask the shell started with and
+// default actions for the four shutdown signals, which every thread of the
+// shell keeps blocked. Returns the wait status, or -1 when the shell could
+// not be started (or the shell is ending). stdout is flushed first so that
+// the command's output follows the log lines before it.
 int vxRunShellCommand(const char* cmd);
 
 // The pause between the groups of a key script: msleep.

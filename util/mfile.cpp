@@ -26,7 +26,7 @@ bool statPath(const char* path, struct stat* st)
 // an interrupted write counts as a failed one.
 int writeWhole(const char* path, int flags, const void* buf, int len)
 {
-    const int fd = path != nullptr ? open(path, flags, kNewFileMode) : -1;
+    const int fd = path != nullptr ? open(path, flags | O_CLOEXEC, kNewFileMode) : -1;
     if (fd < 0) {
         vFILE_Errno = MFILE_ERR_OPEN;
         return -1;
@@ -131,7 +131,7 @@ int mFILE_Read(const char* path, void* buf, int maxLen)
         vFILE_Errno = MFILE_ERR_OPEN;
         return -1;
     }
-    const int fd = open(path, O_RDONLY);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         vFILE_Errno = MFILE_ERR_OPEN;
         return -1;
@@ -156,7 +156,7 @@ int mFILE_Read(const char* path, void* buf, int maxLen)
 
 int mFILE_Read2(const char* path, void* buf, int len)
 {
-    const int fd = path != nullptr ? open(path, O_RDONLY) : -1;
+    const int fd = path != nullptr ? open(path, O_RDONLY | O_CLOEXEC) : -1;
     if (fd < 0) {
         vFILE_Errno = MFILE_ERR_OPEN;
         return -1;

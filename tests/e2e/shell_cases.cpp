@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -140,7 +141,8 @@ TEST_P(ShellCase, Runs)
         if (svcSpec.find('=') != std::string::npos)
             svc->setResult(std::stoi(svcSpec), std::stoi(svcSpec.substr(svcSpec.find('=') + 1)));
     }
-    Child shell(argv, env);
+    const bool noStdin = std::count(GetParam().lines.begin(), GetParam().lines.end(), std::pair<std::string, std::string>("closed", ""));
+    Child shell(argv, env, noStdin);
     size_t mark = 0; // stdout up to here has been waited for
     bool signalled = false;
     for (const auto& [what, rest] : GetParam().lines) {
@@ -178,6 +180,13 @@ TEST_P(ShellCase, Runs)
             EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
         else if (what == "calls")
             EXPECT_EQ(stubCalls(), text);
+        else if (what == "gone") { // no process runs with TEXT in its command line
+            for (const auto& p : std::filesystem::directory_iterator("/proc")) {
+                std::string cmdline = readFile(p.path().string() + "/cmdline");
+                std::replace(cmdline.begin(), cmdline.end(), '\0', ' ');
+                EXPECT_EQ(cmdline.find(text), std::string::npos) << p.path() << " still runs";
+            }
+        }
         else if (what == "file")
             EXPECT_EQ(readFile(subst(words(rest)[0])), unescape(rest.substr(rest.find(' ') + 1)));
         else if (what == "sent" || what == "has") {

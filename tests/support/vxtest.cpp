@@ -205,7 +205,7 @@ std::vector<std::string> SyslogCapture::texts()
     return t;
 }
 
-Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env)
+Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env, bool noStdin)
 {
     takeMachine();
     if (argv[0].find('/') == std::string::npos) {
@@ -238,7 +238,7 @@ Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env)
         return;
     signal(SIGPIPE, SIG_IGN); // a child that ends early must not end the test
     if ((pid_ = fork()) == 0) {
-        dup2(in[0], 0);
+        noStdin ? close(0) : dup2(in[0], 0);
         dup2(fds[0], 1);
         dup2(fds[1], 2);
         sigset_t none;

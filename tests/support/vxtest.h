@@ -87,15 +87,16 @@ public:
 void cleanVxDir();
 
 // A child process: a program of the build (a bare name) or any path, with
-// stdin on a pipe and stdout and stderr in files. Programs of a cross build
-// run under the emulator. The environment gets `env` ("NAME=value") on top.
+// stdin on a pipe (or closed) and stdout and stderr in files. Programs of a
+// cross build run under the emulator. The environment gets `env`
+// ("NAME=value") on top.
 class Child {
 public:
     struct Result {
         int status = -1; // exit status, -1 if it did not exit
         std::string out, err;
     };
-    Child(std::vector<std::string> argv, const std::vector<std::string>& env = {});
+    Child(std::vector<std::string> argv, const std::vector<std::string>& env = {}, bool noStdin = false);
     ~Child();
     void write(const std::string& text);
     void kill(int sig);
