@@ -140,6 +140,7 @@ TEST(Transport, LevelsSocketsAndOddPaths)
     const auto d = r.svc.received();
     EXPECT_TRUE(std::regex_match(d[3].from, std::regex("/tmp/vx/app[A-Za-z0-9]{6}"))) << d[3].from;
     EXPECT_EQ(d[4].from, VX_DBG_SOCK);
+    EXPECT_TRUE(fcntl(a, F_GETFD) & FD_CLOEXEC) << "no command the application starts inherits the socket";
     EXPECT_EQ(unregistApplication(a), 1);
     struct stat st;
     EXPECT_EQ(stat(d[3].from.c_str(), &st), 0);
