@@ -107,7 +107,9 @@ const char kUsage[] =
     "  -t    Test Play Tone\t\t\t\n"
     "  -v    Request VQM MOS File\t\n"
     "  -w    Test Play Wave File\t\t\n"
-    "  -W    Play Wave File by Index\t";
+    "  -W    Play Wave File by Index\t\n\n"
+    "Environment:\n"
+    "  VX_RELAY_ADDRESS  IPv4 address the relay listener binds (default: every interface)";
 
 // strtol with base 10 and no test of what follows, as on the phone, whose
 // long has 32 bits: a number beyond the 32-bit range saturates at its
