@@ -53,7 +53,7 @@ private:
 // the service answers (22, 28, 29, 305, 307, 308) with one 84-byte record.
 // createChannel counts up from 1 and getAudioRxPort gives 9000, unless
 // setResult says otherwise.
-class FakeService : public Listener {
+class FakeService final : public Listener {
 public:
     enum Policy { Answer, Silent, WrongReqNo };
     explicit FakeService(Policy policy = Answer, int delayMs = 0);
@@ -70,7 +70,7 @@ private:
 
 // Binds /dev/log (unless a live daemon owns it: then ok() is false); each
 // line "<pri>... IDENT: text" that arrives is kept.
-class SyslogCapture : public Listener {
+class SyslogCapture final : public Listener {
 public:
     struct Line {
         int priority;
