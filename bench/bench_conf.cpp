@@ -59,10 +59,7 @@ std::vector<BenchFile> g_files;
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
+double secondsSince(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
 // CPU time of this thread: the pure computing benchmarks also report it, as
 // the machine may be shared and wall time then counts the neighbours too.
@@ -194,8 +191,7 @@ ProcessRun runProcess(const std::vector<std::string>& argv)
         got += static_cast<size_t>(n);
     close(fds[0]);
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
     if (sscanf(report, "%d %lf %ld", &run.status, &run.seconds, &run.maxRssKb) != 3)
         run.status = -1;
     return run;
@@ -220,8 +216,7 @@ int measureMain(int argc, char** argv)
     }
     int status = 0;
     struct rusage ru {};
-    while (wait4(pid, &status, 0, &ru) < 0 && errno == EINTR) {
-    }
+    while (wait4(pid, &status, 0, &ru) < 0 && errno == EINTR) {}
     const double seconds = secondsSince(t0);
     char report[128];
     const int len = snprintf(report, sizeof report, "%d %.9f %ld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
@@ -242,10 +237,7 @@ void setRates(benchmark::State& state, const BenchFile& f, double seconds, doubl
 }
 
 // The value alternates between two texts of one length.
-const char* nextValue(benchmark::State& state)
-{
-    return state.iterations() % 2 == 0 ? "benchvalueA" : "benchvalueB";
-}
+const char* nextValue(benchmark::State& state) { return state.iterations() % 2 == 0 ? "benchvalueA" : "benchvalueB"; }
 
 void BM_Edit(benchmark::State& state, const BenchFile* f)
 {

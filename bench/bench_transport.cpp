@@ -12,11 +12,11 @@
 #include <atomic>
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <fcntl.h>
 #include <map>
 #include <pthread.h>
 #include <sched.h>
 #include <string>
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

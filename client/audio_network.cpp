@@ -71,7 +71,10 @@ int setAudioRxPort(int sock, int channel, int port, const char* ip)
     return sendRxPort(__func__, sock, channel, 20, port, ip);
 }
 
-int set2ndAudioRxPort(int sock, int channel, int port) { return sendRxPort(__func__, sock, channel, 39, port, nullptr); }
+int set2ndAudioRxPort(int sock, int channel, int port)
+{
+    return sendRxPort(__func__, sock, channel, 39, port, nullptr);
+}
 
 int set2ndAudioRxPort(int sock, int channel, int port, const char* ip)
 {

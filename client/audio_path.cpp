@@ -53,7 +53,6 @@ int checkedVolume(const char* fn, int sock, int channel, int reqNo, int vol, tAu
     return sendVolume(fn, sock, channel, reqNo, vol, mode);
 }
 
-
 } // namespace
 
 int setPlaybackVolume(int sock, int channel, int vol, tAudioMode mode)
@@ -85,10 +84,7 @@ int muteMic(int sock, int channel, int enable, tAudioMode mode)
     return sendVolume(__func__, sock, channel, 12, vxNorm(enable), mode);
 }
 
-int muteMic(int sock, int channel, int enable)
-{
-    return sendVolume(__func__, sock, channel, 12, vxNorm(enable), 0);
-}
+int muteMic(int sock, int channel, int enable) { return sendVolume(__func__, sock, channel, 12, vxNorm(enable), 0); }
 
 int setAudioMode(int sock, int channel, tAudioMode mode, const char* targetName, int modeParam1, int modeParam2)
 {
@@ -110,13 +106,25 @@ int setAudioMode(int sock, int channel, tAudioMode mode, const char* targetName,
     VX_RETURN_STRICT(Send2VoxalisByApp(sock,&req,sizeof(req),&resp));
 }
 
-int openSpeakerAdditionally(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 16, vxNorm(enable)); }
-int setSpeakerOpen(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 18, vxNorm(enable)); }
-int setPstnConfMode(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 14, vxNorm(enable)); }
+int openSpeakerAdditionally(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 16, vxNorm(enable));
+}
+int setSpeakerOpen(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 18, vxNorm(enable));
+}
+int setPstnConfMode(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 14, vxNorm(enable));
+}
 int setAec(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 17, vxNorm(enable)); }
 int setPushToTalk(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 10, vxNorm(enable)); }
 int setIpv6(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 11, vxNorm(enable)); }
-int connectBluetoothSco(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 6, vxNorm(enable)); }
+int connectBluetoothSco(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 6, vxNorm(enable));
+}
 
 int muteSpeaker(int sock, int channel, int enable)
 {

@@ -37,8 +37,6 @@ int sendCodec(const char* fn, int sock, int channel, int reqNo, int codec, int p
     VX_RETURN_STRICT_FN(fn, Send2VoxalisByApp(sock,&setCodec,sizeof(setCodec),&resp));
 }
 
-
-
 // Checks of the all-in-one starts, made only when enable is set.
 int checkTotal(const char* fn, const char* remote_ip, int remote_port, int local_port, int codec)
 {
@@ -95,25 +93,43 @@ int set2ndAudioCodec(int sock, int channel, int codec, int payloadType)
 }
 
 int setAduioNob(int sock, int channel, int nob) { return vxSendWord(__func__, sock, channel, 34, nob); }
-int set2833PayloadType(int sock, int channel, int payloadType) { return vxSendWord(__func__, sock, channel, 35, payloadType); }
-int set2nd2833PayloadType(int sock, int channel, int payloadType) { return vxSendWord(__func__, sock, channel, 37, payloadType); }
+int set2833PayloadType(int sock, int channel, int payloadType)
+{
+    return vxSendWord(__func__, sock, channel, 35, payloadType);
+}
+int set2nd2833PayloadType(int sock, int channel, int payloadType)
+{
+    return vxSendWord(__func__, sock, channel, 37, payloadType);
+}
 int setTxGain(int sock, int channel, int gain) { return vxSendWord(__func__, sock, channel, 42, gain); }
 int setVad(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 7, vxNorm(enable)); }
 
-int startAudioRx(int sock, int channel, int enable) { return vxSendTwoWords(__func__, sock, channel, 28, vxNorm(enable), 0); }
+int startAudioRx(int sock, int channel, int enable)
+{
+    return vxSendTwoWords(__func__, sock, channel, 28, vxNorm(enable), 0);
+}
 
 int startAudioRx(int sock, int channel, int enable, int rxOnly)
 {
     return vxSendTwoWords(__func__, sock, channel, 28, vxNorm(enable), vxNorm(rxOnly));
 }
 
-int startAudioRxOnly(int sock, int channel, int enable) { return vxSendTwoWords(__func__, sock, channel, 28, vxNorm(enable), 1); }
-int startAudioRtpLoop(int sock, int channel, int enable) { return vxSendTwoWords(__func__, sock, channel, 32, vxNorm(enable), -1); }
+int startAudioRxOnly(int sock, int channel, int enable)
+{
+    return vxSendTwoWords(__func__, sock, channel, 28, vxNorm(enable), 1);
+}
+int startAudioRtpLoop(int sock, int channel, int enable)
+{
+    return vxSendTwoWords(__func__, sock, channel, 32, vxNorm(enable), -1);
+}
 int startAudioTx(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 29, vxNorm(enable)); }
-int startAudioForward2Saver(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 33, vxNorm(enable)); }
+int startAudioForward2Saver(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 33, vxNorm(enable));
+}
 
-int startAudioRxTotal(int sock, int channel, int enable, int spareParam, int codec,
-                      const char* remote_ip, const char* spareIp, int remote_port, int local_port, int rxMode)
+int startAudioRxTotal(int sock, int channel, int enable, int spareParam, int codec, const char* remote_ip,
+                      const char* spareIp, int remote_port, int local_port, int rxMode)
 {
     (void)spareParam; // not read: the word at 128 is 0
     (void)spareIp;    // not read
@@ -135,8 +151,8 @@ int startAudioRxTotal(int sock, int channel, int enable, int spareParam, int cod
     return sendTotal(__func__, sock, req, remote_ip);
 }
 
-int startAudioTxTotal(int sock, int channel, int enable, int txParam, int codec,
-                      const char* remote_ip, const char* spareIp, int remote_port, int local_port)
+int startAudioTxTotal(int sock, int channel, int enable, int txParam, int codec, const char* remote_ip,
+                      const char* spareIp, int remote_port, int local_port)
 {
     (void)spareIp; // not read
     if (enable) {

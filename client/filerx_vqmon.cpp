@@ -18,8 +18,8 @@ namespace {
 struct tFileRxReq {
     tMediaReq hdr;
     union {
-        char fileName[254];   // 120
-        int32_t location[8];  // 120..151
+        char fileName[254];  // 120
+        int32_t location[8]; // 120..151
     } body;
     char spare[20];
 };
@@ -40,7 +40,7 @@ void copyZeroFilled(char* field, size_t limit, const char* src)
     memset(field + len, 0, limit - len);
 }
 
-int sendFileRx(int sock, tFileRxReq& req) { VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr)); }
+int sendFileRx(int sock, tFileRxReq& req) { VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr)); }
 
 int sendFileRxHead(int sock, int channel, int reqNo)
 {
@@ -57,9 +57,9 @@ constexpr size_t kVQMonTextLimit = 255; // the slot's last byte is never written
 
 struct tVQMonReq {
     tMediaReq hdr;
-    int32_t firstWord;                // 120
-    int32_t secondWord;               // 124
-    char text[6][kVQMonTextSlot];     // 128, 384, 640, 896, 1152, 1408
+    int32_t firstWord;            // 120
+    int32_t secondWord;           // 124
+    char text[6][kVQMonTextSlot]; // 128, 384, 640, 896, 1152, 1408
 };
 static_assert(sizeof(tVQMonReq) == 1664, "VQMon record is 1664 bytes");
 static_assert(offsetof(tVQMonReq, firstWord) == 120, "first word at 120");
@@ -76,12 +76,9 @@ tVQMonReq vqmonRecord(int reqNo)
     return req;
 }
 
-void setVQMonText(tVQMonReq& req, int slot, const char* text)
-{
-    copyZeroFilled(req.text[slot], kVQMonTextLimit, text);
-}
+void setVQMonText(tVQMonReq& req, int slot, const char* text) { copyZeroFilled(req.text[slot], kVQMonTextLimit, text); }
 
-int sendVQMon(int sock, tVQMonReq& req) { VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr)); }
+int sendVQMon(int sock, tVQMonReq& req) { VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr)); }
 
 // ---- SDP -------------------------------------------------------------------------
 
@@ -110,14 +107,13 @@ int pauseFileRx(int sock, int channel) { return sendFileRxHead(sock, channel, 20
 int resumeFileRx(int sock, int channel) { return sendFileRxHead(sock, channel, 204); }
 int stopFileRx(int sock, int channel) { return sendFileRxHead(sock, channel, 205); }
 
-int setFileRxLocation(int sock, int channel, int location1, int location2, int location3, int location4,
-                      int location5, int location6, int location7, int location8)
+int setFileRxLocation(int sock, int channel, int location1, int location2, int location3, int location4, int location5,
+                      int location6, int location7, int location8)
 {
     tFileRxReq req{};
     req.hdr.reqNo = 206;
     req.hdr.channel = channel;
-    const int32_t words[8] = {location1, location2, location3, location4,
-                              location5, location6, location7, location8};
+    const int32_t words[8] = {location1, location2, location3, location4, location5, location6, location7, location8};
     memcpy(req.body.location, words, sizeof words);
     return sendFileRx(sock, req);
 }
@@ -127,9 +123,12 @@ int setFileRxLocation(int sock, int channel, int location1, int location2, int l
 const char* mpeg4ConfigForSdp(int width)
 {
     switch (width) {
-    case 176: return kMpeg4Config176;
-    case 352: return kMpeg4Config352;
-    default: return nullptr;
+    case 176:
+        return kMpeg4Config176;
+    case 352:
+        return kMpeg4Config352;
+    default:
+        return nullptr;
     }
 }
 
@@ -150,7 +149,7 @@ int reqVQMonUpload(int sock)
 {
     tVQMonReq req = vqmonRecord(312);
     printf("[%s: %d] #################\n", __func__, __LINE__);
-    const int sent = Send2VoxalisByApp(sock,&req,sizeof(req),nullptr);
+    const int sent = Send2VoxalisByApp(sock, &req, sizeof(req), nullptr);
     if (sent == 0)
         return -1;
     printf("[%s: %d] #################\n", __func__, __LINE__);

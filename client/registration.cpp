@@ -2,10 +2,10 @@
 #include "request.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -99,8 +99,8 @@ int makeBoundSocket(char (&path)[108], PathKind kind, const char* fn, bool logSo
 }
 
 // The checks and steps shared by the three registration variants.
-int registerCommon(const char* fn, const char* appName, int priority, int eventRxPort,
-                   const char* eventRxIp, PathKind kind, bool logSocket)
+int registerCommon(const char* fn, const char* appName, int priority, int eventRxPort, const char* eventRxIp,
+                   PathKind kind, bool logSocket)
 {
     char path[108] = {};
     snprintf(path, sizeof path, "%s", kind == PathKind::Template ? VX_APP_TEMPLATE : VX_DBG_SOCK);

@@ -52,16 +52,16 @@ void vxKindTableRow(int i, int* reqNo, int* kind);
 // operation the caller called. Each macro stringifies its own argument (the
 // _T forms take the text), so names such as NULL appear as written.
 
-#define VX_CHECK_T(fn, text, cond, fail)                              \
-    do {                                                              \
-        if (!(cond)) {                                                \
-            mlibLog(text "(%s:%d)\n", (fn), __LINE__);                \
-            return (fail);                                            \
-        }                                                             \
+#define VX_CHECK_T(fn, text, cond, fail)               \
+    do {                                               \
+        if (!(cond)) {                                 \
+            mlibLog(text "(%s:%d)\n", (fn), __LINE__); \
+            return (fail);                             \
+        }                                              \
     } while (0)
 // Refuses the call with `fail` when `cond` does not hold, logging the
 // condition's source text followed by "(function:line)".
-#define VX_CHECK(cond, fail) VX_CHECK_T(__func__, #cond, cond, fail)
+#define VX_CHECK(cond, fail)        VX_CHECK_T(__func__, #cond, cond, fail)
 #define VX_CHECK_FN(fn, cond, fail) VX_CHECK_T(fn, #cond, cond, fail)
 // The same where the C++ condition must be written differently from the
 // text the log shows (e.g. to avoid a signed/unsigned comparison).
@@ -70,28 +70,28 @@ void vxKindTableRow(int i, int* reqNo, int* kind);
 // ---- the four forms of sending ----------------------------------------------
 
 // Strict form: 1, or -7 after logging "<call>==VERY_OK(function:line)".
-#define VX_RETURN_STRICT_T(fn, text, call)                            \
-    do {                                                              \
-        if ((call) != VERY_OK) {                                      \
-            mlibLog(text "==VERY_OK(%s:%d)\n", (fn), __LINE__);       \
-            return VX_ERR_RESOURCE;                                   \
-        }                                                             \
-        return VERY_OK;                                               \
+#define VX_RETURN_STRICT_T(fn, text, call)                      \
+    do {                                                        \
+        if ((call) != VERY_OK) {                                \
+            mlibLog(text "==VERY_OK(%s:%d)\n", (fn), __LINE__); \
+            return VX_ERR_RESOURCE;                             \
+        }                                                       \
+        return VERY_OK;                                         \
     } while (0)
-#define VX_RETURN_STRICT(call) VX_RETURN_STRICT_T(__func__, #call, call)
+#define VX_RETURN_STRICT(call)        VX_RETURN_STRICT_T(__func__, #call, call)
 #define VX_RETURN_STRICT_FN(fn, call) VX_RETURN_STRICT_T(fn, #call, call)
 
 // Non-zero form: -7 after logging "<call>!=0(function:line)" when the
 // transport gives 0, else 1.
-#define VX_RETURN_NONZERO_T(fn, text, call)                           \
-    do {                                                              \
-        if ((call) == 0) {                                            \
-            mlibLog(text "!=0(%s:%d)\n", (fn), __LINE__);             \
-            return VX_ERR_RESOURCE;                                   \
-        }                                                             \
-        return VERY_OK;                                               \
+#define VX_RETURN_NONZERO_T(fn, text, call)               \
+    do {                                                  \
+        if ((call) == 0) {                                \
+            mlibLog(text "!=0(%s:%d)\n", (fn), __LINE__); \
+            return VX_ERR_RESOURCE;                       \
+        }                                                 \
+        return VERY_OK;                                   \
     } while (0)
-#define VX_RETURN_NONZERO(call) VX_RETURN_NONZERO_T(__func__, #call, call)
+#define VX_RETURN_NONZERO(call)        VX_RETURN_NONZERO_T(__func__, #call, call)
 #define VX_RETURN_NONZERO_FN(fn, call) VX_RETURN_NONZERO_T(fn, #call, call)
 
 // Silent form: 1 for a non-zero transport result, -1 for 0; no log.
@@ -101,15 +101,15 @@ void vxKindTableRow(int i, int* reqNo, int* kind);
 // The caller initialises resp with vxNoAnswer() (result -1) so that a
 // request that the transport reports as sent without an answer (ignore
 // file, no kind row) gives a defined value: -1, "no answer".
-#define VX_RETURN_VALUE_T(fn, text, call, resp)                       \
-    do {                                                              \
-        if ((call) != VERY_OK) {                                      \
-            mlibLog(text "==VERY_OK(%s:%d)\n", (fn), __LINE__);       \
-            return VX_ERR_RESOURCE;                                   \
-        }                                                             \
-        return (resp).result;                                         \
+#define VX_RETURN_VALUE_T(fn, text, call, resp)                 \
+    do {                                                        \
+        if ((call) != VERY_OK) {                                \
+            mlibLog(text "==VERY_OK(%s:%d)\n", (fn), __LINE__); \
+            return VX_ERR_RESOURCE;                             \
+        }                                                       \
+        return (resp).result;                                   \
     } while (0)
-#define VX_RETURN_VALUE(call, resp) VX_RETURN_VALUE_T(__func__, #call, call, resp)
+#define VX_RETURN_VALUE(call, resp)        VX_RETURN_VALUE_T(__func__, #call, call, resp)
 #define VX_RETURN_VALUE_FN(fn, call, resp) VX_RETURN_VALUE_T(fn, #call, call, resp)
 
 // ---- record helpers -----------------------------------------------------------

@@ -37,8 +37,8 @@ bool openable(const char* path)
 
 struct Cache {
     pthread_mutex_t mu;
-    int ifd;        // inotify descriptor, -1 when not watching
-    bool valid;     // mask reflects the files
+    int ifd;    // inotify descriptor, -1 when not watching
+    bool valid; // mask reflects the files
     unsigned mask;
 };
 
@@ -69,8 +69,8 @@ bool startWatchLocked(Cache& c)
     c.ifd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (c.ifd < 0)
         return false;
-    const uint32_t mask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB |
-                          IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+    const uint32_t mask =
+        IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
     if (inotify_add_watch(c.ifd, VX_DIR, mask) < 0) {
         resetLocked(c);
         return false;

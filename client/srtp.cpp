@@ -6,15 +6,15 @@
 namespace {
 
 struct tSrtpParams {
-    int32_t on;          // 120
-    int32_t audio;       // 124
-    int32_t audioParam;  // 128
-    int32_t cipher_type; // 132
-    int32_t reserved1;   // 136
-    int32_t auth_type;   // 140
-    int32_t reserved2;   // 144
-    int32_t reserved3;   // 148
-    int32_t reserved4;   // 152: never written
+    int32_t on;            // 120
+    int32_t audio;         // 124
+    int32_t audioParam;    // 128
+    int32_t cipher_type;   // 132
+    int32_t reserved1;     // 136
+    int32_t auth_type;     // 140
+    int32_t reserved2;     // 144
+    int32_t reserved3;     // 148
+    int32_t reserved4;     // 152: never written
     unsigned char key[64]; // 156
 };
 
@@ -75,12 +75,14 @@ int disableSrtp(const char* fn, int sock, int channel, int reqNo, bool audio, in
 
 } // namespace
 
-int enableAudioRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam)
+int enableAudioRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen,
+                      int audioParam)
 {
     return enableSrtp(__func__, sock, channel, 26, true, cipher_type, auth_type, key, keyLen, audioParam);
 }
 
-int enableAudioTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam)
+int enableAudioTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen,
+                      int audioParam)
 {
     return enableSrtp(__func__, sock, channel, 27, true, cipher_type, auth_type, key, keyLen, audioParam);
 }
@@ -95,7 +97,13 @@ int enableVideoTxSRTP(int sock, int channel, int cipher_type, int auth_type, con
     return enableSrtp(__func__, sock, channel, 121, false, cipher_type, auth_type, key, keyLen, 0);
 }
 
-int disableAudioRxSRTP(int sock, int channel, int audioParam) { return disableSrtp(__func__, sock, channel, 26, true, audioParam); }
-int disableAudioTxSRTP(int sock, int channel, int audioParam) { return disableSrtp(__func__, sock, channel, 27, true, audioParam); }
+int disableAudioRxSRTP(int sock, int channel, int audioParam)
+{
+    return disableSrtp(__func__, sock, channel, 26, true, audioParam);
+}
+int disableAudioTxSRTP(int sock, int channel, int audioParam)
+{
+    return disableSrtp(__func__, sock, channel, 27, true, audioParam);
+}
 int disableVideoRxSRTP(int sock, int channel) { return disableSrtp(__func__, sock, channel, 120, false, 0); }
 int disableVideoTxSRTP(int sock, int channel) { return disableSrtp(__func__, sock, channel, 121, false, 0); }

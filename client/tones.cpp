@@ -60,8 +60,8 @@ static_assert(offsetof(tWavReq, repeat) == 264, "repeat at 264");
 static_assert(offsetof(tWavReq, zero) == 276, "constant at 276");
 
 // Checks 1 to 10 of a cadence: level, frequencies, first two phases.
-int checkTwoPhases(const char* fn, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
-                   int secondOntime, int secondOfftime)
+int checkTwoPhases(const char* fn, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime, int secondOntime,
+                   int secondOfftime)
 {
     VX_CHECK_FN(fn, (amp==TONE_LOW||amp==TONE_NORMAL||amp==TONE_HIGH||amp==TONE_VIRTUAL_RING), VX_ERR_ARGUMENT);
     VX_CHECK_FN(fn, hz1>=0, VX_ERR_ARGUMENT);
@@ -101,24 +101,26 @@ int startThreePhases(const char* fn, int sock, int channel, tToneAmp amp, int hz
         mlibLog("%s:%d improper intermitMs:%d\n(%s:%d)\n", fn, __LINE__, intermitMs, fn, __LINE__);
         intermitMs = 0;
     }
-    const tCadence tone = {amp, hz1, hz2, firstOntime, firstOfftime, secondOntime, secondOfftime,
-                           thirdOnTime, thirdOffTime, repeat < 0 ? -1 : repeat, intermitMs, 1};
+    const tCadence tone = {amp,           hz1,
+                           hz2,           firstOntime,
+                           firstOfftime,  secondOntime,
+                           secondOfftime, thirdOnTime,
+                           thirdOffTime,  repeat < 0 ? -1 : repeat,
+                           intermitMs,    1};
     return sendCadence(fn, sock, channel, tone);
 }
 
 } // namespace
 
 int startTripleTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
-                    int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime,
-                    int intermitMs)
+                    int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime, int intermitMs)
 {
     return startThreePhases(__func__, sock, channel, amp, hz1, hz2, firstOntime, firstOfftime, secondOntime,
                             secondOfftime, repeat, thirdOnTime, thirdOffTime, intermitMs);
 }
 
 int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
-                  int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime,
-                  int intermitMs)
+                  int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime, int intermitMs)
 {
     return startThreePhases(__func__, sock, channel, amp, hz1, hz2, firstOntime, firstOfftime, secondOntime,
                             secondOfftime, repeat, thirdOnTime, thirdOffTime, intermitMs);
@@ -127,12 +129,11 @@ int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int fir
 int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
                   int secondOntime, int secondOfftime, int repeat)
 {
-    const int checked =
-        checkTwoPhases(__func__, amp, hz1, hz2, firstOntime, firstOfftime, secondOntime, secondOfftime);
+    const int checked = checkTwoPhases(__func__, amp, hz1, hz2, firstOntime, firstOfftime, secondOntime, secondOfftime);
     if (checked != VERY_OK)
         return checked;
-    const tCadence tone = {amp, hz1, hz2, firstOntime, firstOfftime, secondOntime, secondOfftime,
-                           0, 0, repeat < 0 ? -1 : repeat, 0, 1};
+    const tCadence tone = {
+        amp, hz1, hz2, firstOntime, firstOfftime, secondOntime, secondOfftime, 0, 0, repeat < 0 ? -1 : repeat, 0, 1};
     return sendCadence(__func__, sock, channel, tone);
 }
 
@@ -181,10 +182,13 @@ int playDtmf(int sock, int channel, int dtmfParam1, int dtmfParam4, int dtmfPara
     VX_RETURN_STRICT(Send2VoxalisByApp(sock,&req,sizeof(req),&resp));
 }
 
-int setDtmfFeedback(int sock, int channel, int enable) { return vxSendWord(__func__, sock, channel, 310, vxNorm(enable)); }
+int setDtmfFeedback(int sock, int channel, int enable)
+{
+    return vxSendWord(__func__, sock, channel, 310, vxNorm(enable));
+}
 
-int playWavFile(int sock, int channel, const char* filePath, int wavParam1, int playFile, int wavParam2,
-                int wavParam3, int repeat, int wavParam4, int wavParam5)
+int playWavFile(int sock, int channel, const char* filePath, int wavParam1, int playFile, int wavParam2, int wavParam3,
+                int repeat, int wavParam4, int wavParam5)
 {
     tWavReq req{};
     tResp2App resp = vxNoAnswer();

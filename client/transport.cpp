@@ -30,31 +30,26 @@ namespace {
 // {reqNo, kind}: kinds 2, 3 and 5 wait for one response. A number without a
 // row waits for nothing and is logged at every send.
 const int32_t kKindTable[59][2] = {
-    {0, 0},   {1, 0},   {2, 0},   {3, 0},   {4, 0},   {5, 0},   {6, 0},   {7, 0},
-    {8, 0},   {9, 0},   {10, 0},  {11, 0},  {12, 0},  {13, 0},  {14, 0},  {15, 0},
-    {16, 0},  {17, 0},  {19, 0},  {20, 0},  {21, 0},  {22, 2},  {23, 0},  {24, 0},
-    {25, 0},  {26, 0},  {27, 0},  {28, 2},  {29, 2},  {30, 0},  {31, 0},  {32, 1},
-    {33, 0},  {34, 0},  {35, 0},  {36, 0},  {37, 0},  {38, 0},  {39, 0},  {40, 0},
-    {41, 0},  {42, 0},  {43, 0},  {44, 0},  {201, 0}, {202, 1}, {203, 0}, {204, 0},
-    {205, 0}, {206, 0}, {301, 0}, {303, 0}, {304, 0}, {305, 2}, {306, 1}, {307, 2},
-    {308, 2}, {309, 0}, {310, 0},
+    {0, 0},   {1, 0},   {2, 0},   {3, 0},   {4, 0},   {5, 0},   {6, 0},   {7, 0},   {8, 0},   {9, 0},
+    {10, 0},  {11, 0},  {12, 0},  {13, 0},  {14, 0},  {15, 0},  {16, 0},  {17, 0},  {19, 0},  {20, 0},
+    {21, 0},  {22, 2},  {23, 0},  {24, 0},  {25, 0},  {26, 0},  {27, 0},  {28, 2},  {29, 2},  {30, 0},
+    {31, 0},  {32, 1},  {33, 0},  {34, 0},  {35, 0},  {36, 0},  {37, 0},  {38, 0},  {39, 0},  {40, 0},
+    {41, 0},  {42, 0},  {43, 0},  {44, 0},  {201, 0}, {202, 1}, {203, 0}, {204, 0}, {205, 0}, {206, 0},
+    {301, 0}, {303, 0}, {304, 0}, {305, 2}, {306, 1}, {307, 2}, {308, 2}, {309, 0}, {310, 0},
 };
 
 // Kind values whose bit is set here await a response: 2, 3 and 5.
 constexpr unsigned kWaitingKinds = 0x2C;
 
-bool kindWaits(int kind)
-{
-    return kind >= 0 && kind <= 5 && ((kWaitingKinds >> kind) & 1u) != 0;
-}
+bool kindWaits(int kind) { return kind >= 0 && kind <= 5 && ((kWaitingKinds >> kind) & 1u) != 0; }
 
 // Requests are serialised per socket, a waiting request until its answer is
 // in, so that two threads sharing a socket never take each other's answers,
 // and a socket is never closed under a request. The sockets are spread over
 // a fixed set of locks; two sockets that share a lock only wait for each
 // other.
-#define VX_LOCKS_4 PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, \
-                   PTHREAD_MUTEX_INITIALIZER
+#define VX_LOCKS_4 \
+    PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER
 #define VX_LOCKS_16 VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4, VX_LOCKS_4
 pthread_mutex_t g_socketLocks[64] = {VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16, VX_LOCKS_16};
 #undef VX_LOCKS_16
@@ -142,10 +137,7 @@ void saveRecord(int sock, const void* record, int len)
 
 } // namespace
 
-pthread_mutex_t* vxSocketLock(int sock)
-{
-    return &g_socketLocks[static_cast<unsigned>(sock) % kSocketLocks];
-}
+pthread_mutex_t* vxSocketLock(int sock) { return &g_socketLocks[static_cast<unsigned>(sock) % kSocketLocks]; }
 
 int vxKindOf(int reqNo)
 {

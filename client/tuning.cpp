@@ -6,8 +6,6 @@
 
 namespace {
 
-
-
 struct tDjbReq {
     tMediaReq hdr;
     int32_t djbParam1;

@@ -52,12 +52,12 @@ void copyPath(char (&field)[N], const char* path)
 
 // A check whose logged text is the condition as the system words it, while
 // the C++ condition is written so that it cannot overflow.
-#define VX_POS_CHECK(fn, text, cond)                                  \
-    do {                                                              \
-        if (!(cond)) {                                                \
-            mlibLog(text "(%s:%d)\n", (fn), __LINE__);                \
-            return VX_ERR_ARGUMENT;                                   \
-        }                                                             \
+#define VX_POS_CHECK(fn, text, cond)                   \
+    do {                                               \
+        if (!(cond)) {                                 \
+            mlibLog(text "(%s:%d)\n", (fn), __LINE__); \
+            return VX_ERR_ARGUMENT;                    \
+        }                                              \
     } while (0)
 
 // The four checks of a surface position inside the 480x272 screen, in this
@@ -92,7 +92,7 @@ int sendWordSilent(int sock, int channel, int reqNo, int32_t value)
     req.hdr.reqNo = reqNo;
     req.hdr.channel = channel;
     req.w0 = value;
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),&resp));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), &resp));
 }
 
 int sendCapture(int sock, int channel, int surface, int captureArg, const char* path)
@@ -103,7 +103,7 @@ int sendCapture(int sock, int channel, int surface, int captureArg, const char* 
     req.surface = surface;
     req.captureArg = captureArg;
     copyPath(req.path, path);
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr));
 }
 
 int sendPath(int sock, int channel, int reqNo, const char* path)
@@ -112,7 +112,7 @@ int sendPath(int sock, int channel, int reqNo, const char* path)
     req.hdr.reqNo = reqNo;
     req.hdr.channel = channel;
     copyPath(req.path, path);
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr));
 }
 
 } // namespace
@@ -138,7 +138,7 @@ int showPip(int sock, int channel, int onOff)
     req.hdr.reqNo = 128;
     req.hdr.channel = channel;
     req.w0 = vxNorm(onOff);
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),&resp));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), &resp));
 }
 
 int setPipPriorityHigh(int sock, int channel, int value) { return sendWordSilent(sock, channel, 129, value); }
@@ -168,7 +168,7 @@ int setCamera(int sock, int channel, int param1, int param2)
     req.hdr.channel = channel;
     req.w0 = param1;
     req.w1 = param2;
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr));
 }
 
 // reqNo 308 waits for the camera state; channel 0, since it concerns no

@@ -10,9 +10,9 @@ namespace {
 
 struct tVideoAddrReq {
     tMediaReq hdr;
-    char ip[50];       // 120: at most 49 characters, or empty
-    char reserved[2];  // 170: not written
-    int32_t port;      // 172
+    char ip[50];      // 120: at most 49 characters, or empty
+    char reserved[2]; // 170: not written
+    int32_t port;     // 172
 };
 static_assert(sizeof(tVideoAddrReq) == 176, "address record is 176 bytes");
 static_assert(offsetof(tVideoAddrReq, ip) == 120, "ip at 120");
@@ -83,7 +83,7 @@ int setVideoDscp(int sock, int channel, int dscp)
     req.hdr.reqNo = 139;
     req.hdr.channel = channel;
     req.w0 = dscp;
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr));
 }
 
 int setVideoSrcPort2Saver(int sock, int channel, int port)

@@ -16,7 +16,7 @@ int sendWordSilent(int sock, int channel, int reqNo, int32_t value)
     req.hdr.reqNo = reqNo;
     req.hdr.channel = channel;
     req.w0 = value;
-    VX_RETURN_SILENT(Send2VoxalisByApp(sock,&req,sizeof(req),nullptr));
+    VX_RETURN_SILENT(Send2VoxalisByApp(sock, &req, sizeof(req), nullptr));
 }
 
 // reqNo 112: codec at 120, payload type at 124; the record is "setCodec" in
@@ -117,7 +117,10 @@ int setVideoWhitebalance(int sock, int channel, int whitebalance)
     return sendWordSilent(sock, channel, 134, whitebalance);
 }
 
-int startVideoForward2Saver(int sock, int channel, int onOff) { return sendSwitch(__func__, sock, channel, 141, onOff); }
+int startVideoForward2Saver(int sock, int channel, int onOff)
+{
+    return sendSwitch(__func__, sock, channel, 141, onOff);
+}
 
 int startVideoRelayWithPcClient(int sock, int channel, int onOff)
 {

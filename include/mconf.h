@@ -75,8 +75,7 @@ tConfItem* mCONF_SetValue(tConfGroup* root, const char* groupName, const char* k
                           const char* comment);
 
 /* mCONF_SetValue with value written as "%d". */
-tConfItem* mCONF_SetValueInt(tConfGroup* root, const char* groupName, const char* key, int value,
-                             const char* comment);
+tConfItem* mCONF_SetValueInt(tConfGroup* root, const char* groupName, const char* key, int value, const char* comment);
 
 /* ---- 4. Typed reads ------------------------------------------------------ */
 
@@ -91,8 +90,7 @@ int mCONF_GetHexaValue(tConfGroup* root, const char* groupName, const char* key,
 
 /* Copies the value, or else a non-null defaultValue, into dst (which the
  * caller sizes for it) and returns dst; null, dst untouched, if neither. */
-char* mCONF_GetStrValue(tConfGroup* root, const char* groupName, const char* key, char* dst,
-                        const char* defaultValue);
+char* mCONF_GetStrValue(tConfGroup* root, const char* groupName, const char* key, char* dst, const char* defaultValue);
 
 /* ---- 5. Diagnostics ------------------------------------------------------ */
 

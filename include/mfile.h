@@ -23,11 +23,11 @@
 extern int32_t vFILE_Errno;
 
 enum {
-    MFILE_OK = 0,          /* success */
-    MFILE_ERR_OPEN = 1,    /* the file could not be opened, or stat failed */
-    MFILE_ERR_IO = 2,      /* a read or write call gave less than 1 */
-    MFILE_ERR_STAT = 10,   /* stat failed (mFILE_ReadAlloc) */
-    MFILE_ERR_NOMEM = 20   /* out of memory (mFILE_ReadAlloc) */
+    MFILE_OK = 0,        /* success */
+    MFILE_ERR_OPEN = 1,  /* the file could not be opened, or stat failed */
+    MFILE_ERR_IO = 2,    /* a read or write call gave less than 1 */
+    MFILE_ERR_STAT = 10, /* stat failed (mFILE_ReadAlloc) */
+    MFILE_ERR_NOMEM = 20 /* out of memory (mFILE_ReadAlloc) */
 };
 
 /* The value of vFILE_Errno. */

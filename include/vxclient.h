@@ -37,17 +37,17 @@
 
 /* Common head of every request record (120 bytes). */
 typedef struct tMediaReq {
-    int32_t reqNo;         /* request number */
-    int32_t reserved;      /* never written by the library */
-    char    sockPath[108]; /* sender's socket path; written by the transport */
-    int32_t channel;       /* channel from createChannel, 0 when none */
+    int32_t reqNo;      /* request number */
+    int32_t reserved;   /* never written by the library */
+    char sockPath[108]; /* sender's socket path; written by the transport */
+    int32_t channel;    /* channel from createChannel, 0 when none */
 } tMediaReq;
 
 /* Response record (84 bytes); only reqNo and result have readers. */
 typedef struct tResp2App {
-    int32_t reqNo;   /* number of the request this answers */
-    int32_t result;  /* the answer; -1 when no response could be received */
-    char    rest[76];
+    int32_t reqNo;  /* number of the request this answers */
+    int32_t result; /* the answer; -1 when no response could be received */
+    char rest[76];
 } tResp2App;
 
 #ifdef __cplusplus
@@ -56,20 +56,20 @@ static_assert(sizeof(tResp2App) == 84, "tResp2App is 84 bytes");
 #endif
 
 /* Result codes. */
-#define VERY_OK          1
-#define VX_ERR_RESOURCE  (-7)
-#define VX_ERR_ARGUMENT  (-16)
+#define VERY_OK         1
+#define VX_ERR_RESOURCE (-7)
+#define VX_ERR_ARGUMENT (-16)
 
 /* Fixed paths of the service and of the side files. */
-#define VX_DIR             "/tmp/vx"
-#define VX_SERVICE_SOCK    "/tmp/vx/vxRxSock"
-#define VX_PID_FILE        "/tmp/vx/voxalis.pid"
-#define VX_IGNORE_FILE     "/tmp/vx/ignoreVxReq"
-#define VX_SAVEMSG_FILE    "/tmp/vx/saveMsg"
-#define VX_SAVE_DIR        "/tmp/vx/tx/"
-#define VX_PRINTTIME_FILE  "/tmp/vx/printReqTime"
-#define VX_APP_TEMPLATE    "/tmp/vx/appXXXXXX"
-#define VX_DBG_SOCK        "/tmp/vx/vxdbg2vx"
+#define VX_DIR            "/tmp/vx"
+#define VX_SERVICE_SOCK   "/tmp/vx/vxRxSock"
+#define VX_PID_FILE       "/tmp/vx/voxalis.pid"
+#define VX_IGNORE_FILE    "/tmp/vx/ignoreVxReq"
+#define VX_SAVEMSG_FILE   "/tmp/vx/saveMsg"
+#define VX_SAVE_DIR       "/tmp/vx/tx/"
+#define VX_PRINTTIME_FILE "/tmp/vx/printReqTime"
+#define VX_APP_TEMPLATE   "/tmp/vx/appXXXXXX"
+#define VX_DBG_SOCK       "/tmp/vx/vxdbg2vx"
 
 /* Audio path (tAudioMode): a range 1..11 with three named marks. */
 typedef int tAudioMode;
@@ -164,16 +164,13 @@ int muteSpeaker(int sock, int channel, int enable);
 /* reqNo 1, 168 bytes, start flag 1. -16 for an amp other than the four
  * levels, a frequency outside 0..4999, both frequencies 0 or a negative
  * phase. intermitMs below 1 is logged and sent as 0; repeat<0 is sent as -1. */
-int startTripleTone(int sock, int channel, tToneAmp amp, int hz1, int hz2,
-                    int firstOntime, int firstOfftime, int secondOntime, int secondOfftime,
-                    int repeat, int thirdOnTime, int thirdOffTime, int intermitMs);
-int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2,
-                  int firstOntime, int firstOfftime, int secondOntime, int secondOfftime,
-                  int repeat, int thirdOnTime, int thirdOffTime, int intermitMs);
+int startTripleTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
+                    int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime, int intermitMs);
+int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
+                  int secondOntime, int secondOfftime, int repeat, int thirdOnTime, int thirdOffTime, int intermitMs);
 /* Two phases only: the third phase and intermitMs are sent as 0. */
-int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2,
-                  int firstOntime, int firstOfftime, int secondOntime, int secondOfftime,
-                  int repeat);
+int startDualTone(int sock, int channel, tToneAmp amp, int hz1, int hz2, int firstOntime, int firstOfftime,
+                  int secondOntime, int secondOfftime, int repeat);
 /* reqNo 1 with the start flag 0. */
 int stopDualTone(int sock, int channel);
 /* reqNo 0, 128 bytes: 1 (play) or 0 (stop) at 124. */
@@ -187,8 +184,8 @@ int playDtmf(int sock, int channel, int dtmfParam1, int dtmfParam4, int dtmfPara
 int setDtmfFeedback(int sock, int channel, int enable);
 /* reqNo 3, 280 bytes. With playFile non-zero: 0 for a null path, -16 for a
  * path of 128 characters or more. */
-int playWavFile(int sock, int channel, const char* filePath, int wavParam1, int playFile,
-                int wavParam2, int wavParam3, int repeat, int wavParam4, int wavParam5);
+int playWavFile(int sock, int channel, const char* filePath, int wavParam1, int playFile, int wavParam2, int wavParam3,
+                int repeat, int wavParam4, int wavParam5);
 
 /* ===== 6. Audio session (reqNo 7, 19, 28..42) =========================== */
 
@@ -218,10 +215,10 @@ int startAudioTx(int sock, int channel, int enable);
 int startAudioForward2Saver(int sock, int channel, int enable);
 /* reqNo 30 / 31, 248 bytes. With enable set: address, ports and codec 0..7
  * are checked and the request leaves after a 50 ms pause. */
-int startAudioRxTotal(int sock, int channel, int enable, int spareParam, int codec,
-                      const char* remote_ip, const char* spareIp, int remote_port, int local_port, int rxMode);
-int startAudioTxTotal(int sock, int channel, int enable, int txParam, int codec,
-                      const char* remote_ip, const char* spareIp, int remote_port, int local_port);
+int startAudioRxTotal(int sock, int channel, int enable, int spareParam, int codec, const char* remote_ip,
+                      const char* spareIp, int remote_port, int local_port, int rxMode);
+int startAudioTxTotal(int sock, int channel, int enable, int txParam, int codec, const char* remote_ip,
+                      const char* spareIp, int remote_port, int local_port);
 /* reqNo 40 (1), 41 (1), 41 (2). */
 int startConference(int sock, int channel);
 int stop1stSessiontInConference(int sock, int channel);
@@ -248,8 +245,10 @@ int setAudioDscp(int sock, int channel, int dscp);
 /* 220-byte record. -16 for a cipher other than 0, 1, 4, 5 or an auth other
  * than 0, 3; 0 for keyLen outside 0..64; -16 for a null key with keyLen
  * above 0. key holds keyLen raw bytes. */
-int enableAudioRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam);
-int enableAudioTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen, int audioParam);
+int enableAudioRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen,
+                      int audioParam);
+int enableAudioTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen,
+                      int audioParam);
 int enableVideoRxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen);
 int enableVideoTxSRTP(int sock, int channel, int cipher_type, int auth_type, const void* key, int keyLen);
 int disableAudioRxSRTP(int sock, int channel, int audioParam);
@@ -335,8 +334,8 @@ int runFileRx(int sock, int channel);
 int pauseFileRx(int sock, int channel);
 int resumeFileRx(int sock, int channel);
 int stopFileRx(int sock, int channel);
-int setFileRxLocation(int sock, int channel, int location1, int location2, int location3, int location4,
-                      int location5, int location6, int location7, int location8);
+int setFileRxLocation(int sock, int channel, int location1, int location2, int location3, int location4, int location5,
+                      int location6, int location7, int location8);
 /* Constant SDP texts; null for a width other than 176 or 352. */
 const char* mpeg4ConfigForSdp(int width);
 const char* mpeg4ProfileLevel();

@@ -36,6 +36,7 @@ struct KeyRule {
 // everything behind it. So '#' is quoted. '*' stays bare ("key *", as the
 // scripts' lengths count it); the shell runs key scripts with pathname
 // expansion off, so it reaches `key` as it stands.
+// clang-format off
 const KeyRule kKeyRules[] = {
     {KeyMatch::Hash, nullptr, "key '#'"},
     {KeyMatch::FirstChar, nullptr, "key %c"},
@@ -54,6 +55,7 @@ const KeyRule kKeyRules[] = {
     {KeyMatch::Whole, "vu", "key vol_up"},
     {KeyMatch::Whole, "vd", "key vol_down"},
 };
+// clang-format on
 
 bool matches(const KeyRule& rule, const char* token)
 {

@@ -7,17 +7,17 @@
 #include <cstdint>
 
 struct tKeyGroup {
-    char keys[100];        // NUL-terminated key list, tokens separated by ","
-    uint16_t keyDelayMs;   // pause after each key
-    uint16_t stepDelayMs;  // pause after the group
+    char keys[100];       // NUL-terminated key list, tokens separated by ","
+    uint16_t keyDelayMs;  // pause after each key
+    uint16_t stepDelayMs; // pause after the group
 };
 static_assert(sizeof(tKeyGroup) == 104, "a key group takes 104 bytes");
 
 struct tPlayKeyEvent {
-    int32_t repeat;        // 0: one pass; other: passes until the flag is cleared
-    int32_t count;         // groups in use, at most 20
+    int32_t repeat; // 0: one pass; other: passes until the flag is cleared
+    int32_t count;  // groups in use, at most 20
     tKeyGroup groups[20];
-    int32_t interval;      // pause between passes
+    int32_t interval; // pause between passes
 };
 
 extern tPlayKeyEvent g_PlayKeyEvent;
@@ -45,8 +45,7 @@ void getKeyEventStr(char* dst, const char* token, size_t dstSize = kKeyTokenText
 // token that is no key repeats the text of the token before it (the token
 // buffer keeps it), and a first token that is no key gives an empty command.
 // `leftOut`, when given, receives the number of tokens left out.
-int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize = kKeyGroupTextSize,
-                      int* leftOut = nullptr);
+int getKeyEventString(char* dst, char* keys, uint16_t delayMs, int dstSize = kKeyGroupTextSize, int* leftOut = nullptr);
 
 // 1 when the token is a key of the table, else 0.
 int vxIsKeyToken(const char* token);

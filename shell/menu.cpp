@@ -93,9 +93,10 @@ void AudioModePrompt()
     setAudioMode(g_regi_sock, g_regi_channel, g_AudMode, nullptr, 0, 0);
 }
 
-// Acts on one key; false for q.
+// Acts on one key; false for q. One key per line, as a table.
 bool actOnKey(char key)
 {
+    // clang-format off
     switch (key) {
     case 'r': RegistApplication(); break;
     case 'u': UnregistApplication(); break;
@@ -123,6 +124,7 @@ bool actOnKey(char key)
     case 'q': return false;
     default: break; // a byte in no row: the menu is printed again
     }
+    // clang-format on
     return true;
 }
 

@@ -15,71 +15,71 @@
 // vxResetParams are both made from this list, so a new parameter is one row
 // here (and its declaration in params.h). SHARED rows are the atomics, INT
 // rows plain ints, TEXT rows character arrays zero-filled behind the text.
-#define VX_RUN_PARAMS(SHARED, INT, TEXT)                                                \
-    SHARED(g_regi_sock, -1)                                                             \
-    SHARED(g_regi_channel, -1)                                                          \
-    TEXT(g_szAppName, 128, "vxShell V1.0")                                              \
-    SHARED(g_isRegistered, 0)                                                           \
-    SHARED(g_rtp_started, 0)                                                            \
-    SHARED(g_rtp_forward_Saver, 0)                                                      \
-                                                                                        \
-    SHARED(g_AudMode, 2) /* speaker */                                                  \
-    INT(g_audioCodec, 0)                                                                \
-    INT(g_bIsPagingMode, 0)                                                             \
-    TEXT(g_szServerIp, 16, "")                                                          \
-    INT(g_localPort, 9000)                                                              \
-    INT(g_remotePort, 9000)                                                             \
-    TEXT(g_szServerIp2, 16, "")                                                         \
-    INT(g_localPort2, 9002)                                                             \
-    INT(g_remotePort2, 9000)                                                            \
-    TEXT(g_szOppDevId, 16, "")                                                          \
-                                                                                        \
-    INT(g_vx_logLevel, -1)                                                              \
-    INT(g_LangCode, -1)                                                                 \
-    SHARED(g_bVQMRequestMOS, 0)                                                         \
-    SHARED(g_bVQMonEnable, 0)                                                           \
-                                                                                        \
-    INT(g_nVolumeIndex, 7)                                                              \
-    INT(g_nRepeatCnt, 1)                                                                \
-    SHARED(g_iKeyType, 0)                                                               \
-    INT(g_bTonePlay, 0)                                                                 \
-    INT(g_nToneIndex, 0)                                                                \
-    INT(g_bTonePlayEx, 0)                                                               \
-    INT(g_ToneFreq1, -1)                                                                \
-    INT(g_ToneFreq2, -1)                                                                \
-    INT(g_Tone1OnTime, -1)                                                              \
-    INT(g_Tone1OffTime, -1)                                                             \
-    INT(g_Tone2OnTime, -1)                                                              \
-    INT(g_Tone2OffTime, -1)                                                             \
-    INT(g_Tone3OnTime, -1)                                                              \
-    INT(g_Tone3OffTime, -1)                                                             \
-    INT(g_ToneRepeat, 0)                                                                \
-    INT(g_ToneInterMitMs, 0)                                                            \
-    TEXT(g_WaveFile, 128, "/sound/tone_0_0.wav")                                        \
-    INT(g_bTestPlayWav, 0)                                                              \
-    INT(g_bPlayWavIndex, 0)                                                             \
-    INT(g_nWaveIndex, 0)                                                                \
-                                                                                        \
-    INT(g_vx_Relay_Mode, 0)                                                             \
-    SHARED(g_vx_RelayThId, 0)                                                           \
-    TEXT(g_sShellIp, 64, "0.0.0.0") /* every interface, or VX_RELAY_ADDRESS */          \
-    INT(g_ShellPort, 55555)                                                             \
-                                                                                        \
-    INT(g_nFileMode, 0)                                                                 \
-    TEXT(g_szFileName, 64, "")                                                          \
-    TEXT(g_szSection, 64, "")                                                           \
-    TEXT(g_szKey, 64, "")                                                               \
-    TEXT(g_szText, 64, "")                                                              \
-                                                                                        \
-    SHARED(g_nTestRecordMode, 0)                                                        \
-    SHARED(g_bTestRecording, 0)                                                         \
-    SHARED(g_bTestKeyEvent, 0)                                                          \
-    SHARED(g_bTestWavPlay, 0)                                                           \
+#define VX_RUN_PARAMS(SHARED, INT, TEXT)                                       \
+    SHARED(g_regi_sock, -1)                                                    \
+    SHARED(g_regi_channel, -1)                                                 \
+    TEXT(g_szAppName, 128, "vxShell V1.0")                                     \
+    SHARED(g_isRegistered, 0)                                                  \
+    SHARED(g_rtp_started, 0)                                                   \
+    SHARED(g_rtp_forward_Saver, 0)                                             \
+                                                                               \
+    SHARED(g_AudMode, 2) /* speaker */                                         \
+    INT(g_audioCodec, 0)                                                       \
+    INT(g_bIsPagingMode, 0)                                                    \
+    TEXT(g_szServerIp, 16, "")                                                 \
+    INT(g_localPort, 9000)                                                     \
+    INT(g_remotePort, 9000)                                                    \
+    TEXT(g_szServerIp2, 16, "")                                                \
+    INT(g_localPort2, 9002)                                                    \
+    INT(g_remotePort2, 9000)                                                   \
+    TEXT(g_szOppDevId, 16, "")                                                 \
+                                                                               \
+    INT(g_vx_logLevel, -1)                                                     \
+    INT(g_LangCode, -1)                                                        \
+    SHARED(g_bVQMRequestMOS, 0)                                                \
+    SHARED(g_bVQMonEnable, 0)                                                  \
+                                                                               \
+    INT(g_nVolumeIndex, 7)                                                     \
+    INT(g_nRepeatCnt, 1)                                                       \
+    SHARED(g_iKeyType, 0)                                                      \
+    INT(g_bTonePlay, 0)                                                        \
+    INT(g_nToneIndex, 0)                                                       \
+    INT(g_bTonePlayEx, 0)                                                      \
+    INT(g_ToneFreq1, -1)                                                       \
+    INT(g_ToneFreq2, -1)                                                       \
+    INT(g_Tone1OnTime, -1)                                                     \
+    INT(g_Tone1OffTime, -1)                                                    \
+    INT(g_Tone2OnTime, -1)                                                     \
+    INT(g_Tone2OffTime, -1)                                                    \
+    INT(g_Tone3OnTime, -1)                                                     \
+    INT(g_Tone3OffTime, -1)                                                    \
+    INT(g_ToneRepeat, 0)                                                       \
+    INT(g_ToneInterMitMs, 0)                                                   \
+    TEXT(g_WaveFile, 128, "/sound/tone_0_0.wav")                               \
+    INT(g_bTestPlayWav, 0)                                                     \
+    INT(g_bPlayWavIndex, 0)                                                    \
+    INT(g_nWaveIndex, 0)                                                       \
+                                                                               \
+    INT(g_vx_Relay_Mode, 0)                                                    \
+    SHARED(g_vx_RelayThId, 0)                                                  \
+    TEXT(g_sShellIp, 64, "0.0.0.0") /* every interface, or VX_RELAY_ADDRESS */ \
+    INT(g_ShellPort, 55555)                                                    \
+                                                                               \
+    INT(g_nFileMode, 0)                                                        \
+    TEXT(g_szFileName, 64, "")                                                 \
+    TEXT(g_szSection, 64, "")                                                  \
+    TEXT(g_szKey, 64, "")                                                      \
+    TEXT(g_szText, 64, "")                                                     \
+                                                                               \
+    SHARED(g_nTestRecordMode, 0)                                               \
+    SHARED(g_bTestRecording, 0)                                                \
+    SHARED(g_bTestKeyEvent, 0)                                                 \
+    SHARED(g_bTestWavPlay, 0)                                                  \
     SHARED(g_bPauseTest, 0)
 
 // The definitions, initialised at compile time.
-#define VX_DEFINE_SHARED(name, value) VxShared name{value};
-#define VX_DEFINE_INT(name, value) int name = value;
+#define VX_DEFINE_SHARED(name, value)    VxShared name{value};
+#define VX_DEFINE_INT(name, value)       int name = value;
 #define VX_DEFINE_TEXT(name, size, text) char name[size] = text;
 VX_RUN_PARAMS(VX_DEFINE_SHARED, VX_DEFINE_INT, VX_DEFINE_TEXT)
 #undef VX_DEFINE_SHARED
@@ -172,8 +172,8 @@ void usage() { puts(kUsage); }
 
 int CheckToneParam(char* pszParam)
 {
-    int* const slots[10] = {&g_ToneFreq1,  &g_ToneFreq2,  &g_Tone1OnTime, &g_Tone1OffTime, &g_Tone2OnTime,
-                            &g_Tone2OffTime, &g_Tone3OnTime, &g_Tone3OffTime, &g_ToneRepeat,  &g_ToneInterMitMs};
+    int* const slots[10] = {&g_ToneFreq1,    &g_ToneFreq2,   &g_Tone1OnTime,  &g_Tone1OffTime, &g_Tone2OnTime,
+                            &g_Tone2OffTime, &g_Tone3OnTime, &g_Tone3OffTime, &g_ToneRepeat,   &g_ToneInterMitMs};
     int count = 0;
     char* save = nullptr;
     for (char* tok = strtok_r(pszParam, ",", &save); tok != nullptr; tok = strtok_r(nullptr, ",", &save)) {
@@ -312,7 +312,7 @@ void resetText(char* field, size_t size, const char* text)
 void vxResetParams()
 {
 #define VX_RESET_SHARED(name, value) name = value;
-#define VX_RESET_INT(name, value) name = value;
+#define VX_RESET_INT(name, value)    name = value;
 #define VX_RESET_TEXT(name, size, text)                                               \
     static_assert(sizeof name == size && sizeof text <= size, "text fits its array"); \
     resetText(name, sizeof name, text);

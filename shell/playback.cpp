@@ -20,7 +20,7 @@ struct TonePreset {
     int firstOfftime;
     int secondOntime;
     int secondOfftime;
-    int repeat;         // kRepeatFromCount: g_nRepeatCnt (option -c)
+    int repeat; // kRepeatFromCount: g_nRepeatCnt (option -c)
     int thirdOnTime;
     int thirdOffTime;
     int intermitMs;
@@ -30,14 +30,10 @@ constexpr int kRepeatFromCount = -1000;
 
 // Indexed by g_nToneIndex; -t lets 9 and 10 pass, and they start nothing.
 const TonePreset kTonePresets[] = {
-    {350, 440, 1000, 250, 1000, 250, 65535, 0, 0, 999},
-    {440, 480, 1000, 2000, 1000, 2000, 65535, 0, 0, 0},
-    {800, 1000, 400, 200, 400, 3000, 65535, 0, 0, 60},
-    {300, 400, 1000, 2000, 1000, 2000, 65535, 0, 0, 60},
-    {400, 600, 200, 200, 200, 200, 65535, 200, 4000, 60},
-    {480, 620, 500, 500, 500, 500, 65535, 0, 0, 999},
-    {350, 440, 50, 50, 50, 50, 65535, 0, 0, 0},
-    {650, 0, 100, 100, 100, 1000, kRepeatFromCount, 0, 0, 0},
+    {350, 440, 1000, 250, 1000, 250, 65535, 0, 0, 999},   {440, 480, 1000, 2000, 1000, 2000, 65535, 0, 0, 0},
+    {800, 1000, 400, 200, 400, 3000, 65535, 0, 0, 60},    {300, 400, 1000, 2000, 1000, 2000, 65535, 0, 0, 60},
+    {400, 600, 200, 200, 200, 200, 65535, 200, 4000, 60}, {480, 620, 500, 500, 500, 500, 65535, 0, 0, 999},
+    {350, 440, 50, 50, 50, 50, 65535, 0, 0, 0},           {650, 0, 100, 100, 100, 1000, kRepeatFromCount, 0, 0, 0},
     {1552, 1000, 150, 150, 150, 150, 8, 0, 0, 0},
 };
 constexpr int kPresetCount = static_cast<int>(sizeof kTonePresets / sizeof kTonePresets[0]);
@@ -58,8 +54,8 @@ const WavArgs kTestWavArgs = {1, 1, 0, 0, 0, 0, 1};
 
 int playWav(const char* path, const WavArgs& a)
 {
-    return playWavFile(g_regi_sock, g_regi_channel, path, a.wavParam1, a.playFile, a.wavParam2, a.wavParam3,
-                       a.repeat, a.wavParam4, a.wavParam5);
+    return playWavFile(g_regi_sock, g_regi_channel, path, a.wavParam1, a.playFile, a.wavParam2, a.wavParam3, a.repeat,
+                       a.wavParam4, a.wavParam5);
 }
 
 // Arguments of the ten-argument startDualTone of vxPlayDualTone.
@@ -155,9 +151,8 @@ void RunExtendedTone()
     setAudioMode(g_regi_sock, g_regi_channel, g_AudMode, nullptr, 0, 0);
     setPlaybackVolume(g_regi_sock, g_regi_channel, g_nVolumeIndex, g_AudMode);
     // g_ToneRepeat stands between the second and the third pair of times.
-    startTripleTone(g_regi_sock, g_regi_channel, TONE_NORMAL, g_ToneFreq1, g_ToneFreq2, g_Tone1OnTime,
-                    g_Tone1OffTime, g_Tone2OnTime, g_Tone2OffTime, g_ToneRepeat, g_Tone3OnTime, g_Tone3OffTime,
-                    g_ToneInterMitMs);
+    startTripleTone(g_regi_sock, g_regi_channel, TONE_NORMAL, g_ToneFreq1, g_ToneFreq2, g_Tone1OnTime, g_Tone1OffTime,
+                    g_Tone2OnTime, g_Tone2OffTime, g_ToneRepeat, g_Tone3OnTime, g_Tone3OffTime, g_ToneInterMitMs);
     const tToneWaitPlan plan = vxExtendedTonePlan();
     if (plan.firstMs > 0)
         msleep(static_cast<uint32_t>(plan.firstMs));

@@ -26,8 +26,8 @@
 
 namespace {
 
-constexpr size_t kHeadSize = offsetof(tRelayReq, body);               // 10
-constexpr int kMaxGroups = sizeof(tRelayReq::body.groups) / sizeof(tRelayKeyGroup); // 9
+constexpr size_t kHeadSize = offsetof(tRelayReq, body);                                  // 10
+constexpr int kMaxGroups = sizeof(tRelayReq::body.groups) / sizeof(tRelayKeyGroup);      // 9
 constexpr int kMaxTones = sizeof(tRelayReq::body.keyTone.tones) / sizeof(tRelayKeyTone); // 20
 // Command text of one group in the relay.
 constexpr int kRelayCommandSize = 256;
@@ -108,8 +108,8 @@ int handleKeyEvent(const unsigned char* msg, int len)
         // key table, whole.
         if (!vxRelayKeysAreSafe(keys)) {
             char shown[4 * sizeof keys];
-            logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] <%s> holds no valid key list, skipped.", "vxReqReqHandler",
-                   i, vxPrintable(shown, sizeof shown, keys));
+            logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] <%s> holds no valid key list, skipped.", "vxReqReqHandler", i,
+                   vxPrintable(shown, sizeof shown, keys));
         } else {
             const uint32_t tokens = countTokens(keys);
             uint32_t delay = group.keyDelayMs < kRelayPauseMaxMs ? group.keyDelayMs : kRelayPauseMaxMs;
@@ -123,8 +123,8 @@ int handleKeyEvent(const unsigned char* msg, int len)
                 vxRunShellCommand(command);
                 left -= delay * tokens;
             } else if (leftOut > 0) {
-                logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] does not fit in %d bytes, skipped.", "vxReqReqHandler",
-                       i, kRelayCommandSize);
+                logPrt(">>> ERR, %s, PLAY_KEYEVENT group[%d] does not fit in %d bytes, skipped.", "vxReqReqHandler", i,
+                       kRelayCommandSize);
             }
         }
         if (i < groups - 1) {
@@ -265,8 +265,8 @@ void* vxRelayReqThread(void*)
     while (g_regi_sock >= 1) {
         fromLen = sizeof from;
         errno = 0;
-        const ssize_t n = recvfrom(sock, buffer, kRelayMaxDatagram, 0, reinterpret_cast<struct sockaddr*>(&from),
-                                   &fromLen);
+        const ssize_t n =
+            recvfrom(sock, buffer, kRelayMaxDatagram, 0, reinterpret_cast<struct sockaddr*>(&from), &fromLen);
         if (n < 1) {
             logPrt("ERR, %s, recvfrom failed, [%s]", kName, strerror(errno));
             break;

@@ -53,8 +53,7 @@ int vxRunShellCommand(const char* cmd)
         return -1;
 
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
     vxGroupDone(pid);
     return status;
 }

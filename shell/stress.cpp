@@ -65,8 +65,7 @@ int vxStartTestThread(std::atomic<int32_t>& threads, void* (*routine)(void*))
 void vxTestThreadDone(std::atomic<int32_t>& threads)
 {
     int32_t n = threads.load();
-    while (n > 0 && !threads.compare_exchange_weak(n, n - 1)) {
-    }
+    while (n > 0 && !threads.compare_exchange_weak(n, n - 1)) {}
 }
 
 // g_bPauseTest (key p, "Pause/Retrieve Test") holds every running test
@@ -274,8 +273,7 @@ void* TestRecordThread2(void*)
                        index);
                 StartOscRecording();
             } else {
-                logPrt(">>> %s, Count[%d], inde[%d], g_nTestRecordMode:0, calls StartRecording()", kName, count,
-                       index);
+                logPrt(">>> %s, Count[%d], inde[%d], g_nTestRecordMode:0, calls StartRecording()", kName, count, index);
                 StartRecording();
             }
             msleep_rec(1000);
@@ -373,11 +371,11 @@ namespace {
 // r decides. Of twenty plays one is a ring, three are messages, sixteen are
 // key tones.
 struct WavRow {
-    int divisor;      // r % divisor == 0; 1 matches every r
-    int wavType;      // 0 ring, 1 message, 2 key tone
-    int repeat;       // repeat argument of playWavFile
-    int pauseMs;      // fixed pause after the play
-    int pauseStepMs;  // plus this times (rand() % 7)
+    int divisor;     // r % divisor == 0; 1 matches every r
+    int wavType;     // 0 ring, 1 message, 2 key tone
+    int repeat;      // repeat argument of playWavFile
+    int pauseMs;     // fixed pause after the play
+    int pauseStepMs; // plus this times (rand() % 7)
 };
 
 const WavRow kWavRows[] = {

@@ -31,38 +31,41 @@ constexpr SimField kValue[] = {W(120, "value")};
 
 // Tones, DTMF and wave files.
 constexpr SimField kTone[] = {W(120, "word120"), W(124, "play")};
-constexpr SimField kCadence[] = {W(120, "amp"), W(124, "hz1"), W(128, "hz2"), W(132, "firstOntime"),
-    W(136, "firstOfftime"), W(140, "secondOntime"), W(144, "secondOfftime"), W(148, "thirdOnTime"),
-    W(152, "thirdOffTime"), W(156, "repeat"), W(160, "intermitMs"), W(164, "start")};
+constexpr SimField kCadence[] = {W(120, "amp"),           W(124, "hz1"),          W(128, "hz2"),
+                                 W(132, "firstOntime"),   W(136, "firstOfftime"), W(140, "secondOntime"),
+                                 W(144, "secondOfftime"), W(148, "thirdOnTime"),  W(152, "thirdOffTime"),
+                                 W(156, "repeat"),        W(160, "intermitMs"),   W(164, "start")};
 constexpr SimField kSendDtmf[] = {W(120, "dtmfParam1"), W(124, "dtmfParam2"), W(128, "dtmfParam3"),
-    W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140")};
-constexpr SimField kPlayDtmf[]
-    = {W(120, "dtmfParam1"), W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140"), T(144, 128, "filename")};
-constexpr SimField kWave[] = {T(120, 128, "filePath"), W(248, "wavParam1"), W(252, "playFile"), W(256, "wavParam2"),
-    W(260, "wavParam3"), W(264, "repeat"), W(268, "wavParam4"), W(272, "wavParam5"), W(276, "word276")};
+                                  W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140")};
+constexpr SimField kPlayDtmf[] = {W(120, "dtmfParam1"), W(132, "dtmfParam4"), W(136, "dtmfParam5"), W(140, "word140"),
+                                  T(144, 128, "filename")};
+constexpr SimField kWave[] = {T(120, 128, "filePath"), W(248, "wavParam1"), W(252, "playFile"),
+                              W(256, "wavParam2"),     W(260, "wavParam3"), W(264, "repeat"),
+                              W(268, "wavParam4"),     W(272, "wavParam5"), W(276, "word276")};
 constexpr SimField kDtmfFeedback[] = {W(120, "enable")};
 
 // Audio path.
-constexpr SimField kAudioMode[]
-    = {T(120, 10, "targetName"), W(132, "mode"), W(136, "modeParam1"), W(140, "modeParam2")};
+constexpr SimField kAudioMode[] = {T(120, 10, "targetName"), W(132, "mode"), W(136, "modeParam1"),
+                                   W(140, "modeParam2")};
 
 // Audio session.
 constexpr SimField kStartAudioRx[] = {W(120, "enable"), W(124, "rxOnly")};
 constexpr SimField kRtpLoop[] = {W(120, "enable"), W(124, "word124")};
-constexpr SimField kRxTotal[] = {W(120, "enable"), W(124, "rxMode"), W(128, "word128"), W(132, "codec"),
-    W(136, "word136"), T(190, 50, "remote_ip"), W(240, "local_port"), W(244, "remote_port")};
-constexpr SimField kTxTotal[] = {W(120, "enable"), W(124, "word124"), W(128, "txParam"), W(132, "codec"),
-    T(190, 50, "remote_ip"), W(240, "local_port"), W(244, "remote_port")};
+constexpr SimField kRxTotal[] = {W(120, "enable"),     W(124, "rxMode"),     W(128, "word128"),
+                                 W(132, "codec"),      W(136, "word136"),    T(190, 50, "remote_ip"),
+                                 W(240, "local_port"), W(244, "remote_port")};
+constexpr SimField kTxTotal[] = {W(120, "enable"),        W(124, "word124"),    W(128, "txParam"),    W(132, "codec"),
+                                 T(190, 50, "remote_ip"), W(240, "local_port"), W(244, "remote_port")};
 constexpr SimField kNob[] = {W(120, "nob")};
 constexpr SimField kTxGain[] = {W(120, "gain")};
 constexpr SimField kConference[] = {W(120, "on")};
 constexpr SimField kConfStop[] = {W(120, "session")};
 
 // SRTP: the audio record carries audioParam, the video record leaves it unset.
-constexpr SimField kSrtpAudio[] = {
-    W(120, "on"), W(124, "audio"), W(128, "audioParam"), W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
-constexpr SimField kSrtpVideo[]
-    = {W(120, "on"), W(124, "audio"), W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
+constexpr SimField kSrtpAudio[] = {W(120, "on"),          W(124, "audio"),     W(128, "audioParam"),
+                                   W(132, "cipher_type"), W(140, "auth_type"), K(156, 64, "key")};
+constexpr SimField kSrtpVideo[] = {W(120, "on"), W(124, "audio"), W(132, "cipher_type"), W(140, "auth_type"),
+                                   K(156, 64, "key")};
 
 // Tuning.
 constexpr SimField kPtime[] = {W(120, "ptime")};
@@ -91,23 +94,25 @@ constexpr SimField kExpand[] = {W(120, "expand")};
 // File receive.
 constexpr SimField kOpenFileRx[] = {T(120, 254, "fileName")};
 constexpr SimField kFileRxLocation[] = {W(120, "location1"), W(124, "location2"), W(128, "location3"),
-    W(132, "location4"), W(136, "location5"), W(140, "location6"), W(144, "location7"), W(148, "location8")};
+                                        W(132, "location4"), W(136, "location5"), W(140, "location6"),
+                                        W(144, "location7"), W(148, "location8")};
 
 // Registration.
-constexpr SimField kRegist[]
-    = {T(120, 10, "appName"), T(132, 50, "eventRxIp"), W(184, "eventRxPort"), W(188, "priority"), W(192, "pid")};
+constexpr SimField kRegist[] = {T(120, 10, "appName"), T(132, 50, "eventRxIp"), W(184, "eventRxPort"),
+                                W(188, "priority"), W(192, "pid")};
 constexpr SimField kUnregist[] = {T(120, 10, "appName")};
 
 // VQMon: two words and six 256-byte text slots.
 constexpr SimField kVqmMonitor[] = {W(120, "monitorCmd"), W(124, "monitorParam")};
 constexpr SimField kVqmConfig[] = {T(128, 256, "configText")};
-constexpr SimField kVqmIpInfo[]
-    = {W(120, "ipValue1"), W(124, "ipValue2"), T(128, 256, "ipText1"), T(384, 256, "ipText2")};
-constexpr SimField kVqmCallInfo[] = {W(120, "callValue"), T(128, 256, "callText1"), T(384, 256, "callText2"),
-    T(640, 256, "callText3"), T(896, 256, "callText4"), T(1152, 256, "callText5"), T(1408, 256, "callText6")};
+constexpr SimField kVqmIpInfo[] = {W(120, "ipValue1"), W(124, "ipValue2"), T(128, 256, "ipText1"),
+                                   T(384, 256, "ipText2")};
+constexpr SimField kVqmCallInfo[] = {W(120, "callValue"),      T(128, 256, "callText1"), T(384, 256, "callText2"),
+                                     T(640, 256, "callText3"), T(896, 256, "callText4"), T(1152, 256, "callText5"),
+                                     T(1408, 256, "callText6")};
 
 #define FIELDS(a) a, sizeof a / sizeof a[0]
-#define NOFIELDS nullptr, 0
+#define NOFIELDS  nullptr, 0
 
 // Every request number the service receives, in number order. Numbers with a
 // kind but no known operation are "spare": they carry the head alone.
@@ -270,8 +275,8 @@ constexpr size_t describeMax()
     // The trailer: " short(record=N)", " extra=N:" or " payload=N:" and the
     // bounded hex with "...(+N)".
     const size_t trailer = textLength(" payload=:") + kNumberMax + 2 * kHexShown + textLength("...(+)") + kNumberMax;
-    const size_t head
-        = textLength("reqNo= channel= len= from= sockPath=") + 3 * kNumberMax + 2 * quotedMax(kSockPathWidth) + trailer;
+    const size_t head =
+        textLength("reqNo= channel= len= from= sockPath=") + 3 * kNumberMax + 2 * quotedMax(kSockPathWidth) + trailer;
     size_t longest = head + textLength("unknown");
     for (const SimRequest& r : kRequests) {
         size_t n = head + textLength(r.name);
@@ -385,8 +390,8 @@ const SimRequest* simFindRequest(int32_t reqNo)
 
 int32_t simReadI32(const uint8_t* data, size_t off)
 {
-    const uint32_t u = static_cast<uint32_t>(data[off]) | static_cast<uint32_t>(data[off + 1]) << 8
-        | static_cast<uint32_t>(data[off + 2]) << 16 | static_cast<uint32_t>(data[off + 3]) << 24;
+    const uint32_t u = static_cast<uint32_t>(data[off]) | static_cast<uint32_t>(data[off + 1]) << 8 |
+                       static_cast<uint32_t>(data[off + 2]) << 16 | static_cast<uint32_t>(data[off + 3]) << 24;
     int32_t v;
     memcpy(&v, &u, sizeof v);
     return v;

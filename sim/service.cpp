@@ -131,7 +131,7 @@ void addTimeStamp(SimText* out)
     localtime_r(&ts.tv_sec, &lt);
     char stamp[32];
     snprintf(stamp, sizeof stamp, "[%02d:%02d:%02d.%03ld]", lt.tm_hour, lt.tm_min, lt.tm_sec,
-        static_cast<long>(ts.tv_nsec / 1000000L));
+             static_cast<long>(ts.tv_nsec / 1000000L));
     simTextAdd(out, stamp);
 }
 
@@ -212,8 +212,8 @@ bool takeSocketPath(Service& s)
             if (probe >= 0)
                 close(probe);
             if (live) {
-                fprintf(
-                    stderr, "vxsim: a service is running on %s (use --force to take it over)\n", VXSIM_SERVICE_SOCK);
+                fprintf(stderr, "vxsim: a service is running on %s (use --force to take it over)\n",
+                        VXSIM_SERVICE_SOCK);
                 return false;
             }
         }
@@ -352,8 +352,8 @@ int32_t resultFor(Service& s, Answer what, const uint8_t* data)
 // with the real service, and the simulator goes on reading.
 void sendAnswer(Service& s, const PendingAnswer& a)
 {
-    const ssize_t n = sendto(
-        s.sock, a.resp, sizeof a.resp, MSG_DONTWAIT, reinterpret_cast<const struct sockaddr*>(&a.to.addr), a.to.len);
+    const ssize_t n = sendto(s.sock, a.resp, sizeof a.resp, MSG_DONTWAIT,
+                             reinterpret_cast<const struct sockaddr*>(&a.to.addr), a.to.len);
     if (n != static_cast<ssize_t>(sizeof a.resp)) {
         const int err = errno;
         char path[kPeerPathSize];
@@ -444,7 +444,7 @@ void receiveOne(Service& s)
     // MSG_TRUNC makes recvfrom report the datagram's real length even when it
     // doesn't fit the buffer.
     const ssize_t r = recvfrom(s.sock, s.buf, sizeof s.buf, MSG_DONTWAIT | MSG_TRUNC,
-        reinterpret_cast<struct sockaddr*>(&from.addr), &from.len);
+                               reinterpret_cast<struct sockaddr*>(&from.addr), &from.len);
     if (r < 0) {
         if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
             fprintf(stderr, "vxsim: recvfrom: %s\n", strerror(errno));

@@ -6,10 +6,10 @@
 #include <stdint.h>
 
 // The service's fixed paths.
-#define VXSIM_DIR "/tmp/vx"
-#define VXSIM_TX_DIR "/tmp/vx/tx"
+#define VXSIM_DIR          "/tmp/vx"
+#define VXSIM_TX_DIR       "/tmp/vx/tx"
 #define VXSIM_SERVICE_SOCK "/tmp/vx/vxRxSock"
-#define VXSIM_PID_FILE "/tmp/vx/voxalis.pid"
+#define VXSIM_PID_FILE     "/tmp/vx/voxalis.pid"
 
 // Length of the response record sent back for the answered requests.
 constexpr size_t kRespLength = 84;

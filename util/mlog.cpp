@@ -38,8 +38,8 @@ void logPrt(const char* format, ...)
     gettimeofday(&tv, nullptr);
     struct tm tmv;
     localtime_r(&tv.tv_sec, &tmv);
-    printf("[%02d:%02d:%02d.%03d] %s\n", tmv.tm_hour, tmv.tm_min, tmv.tm_sec,
-           static_cast<int>(tv.tv_usec / 1000), text);
+    printf("[%02d:%02d:%02d.%03d] %s\n", tmv.tm_hour, tmv.tm_min, tmv.tm_sec, static_cast<int>(tv.tv_usec / 1000),
+           text);
     free(heap);
 }
 

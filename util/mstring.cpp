@@ -230,10 +230,7 @@ int strcmp1(const char* a, const char* b)
     return static_cast<int>(*x) - static_cast<int>(*y);
 }
 
-int strcmp2(const char* a, const char* b)
-{
-    return isPrefix(a != nullptr ? a : "", b != nullptr ? b : "") ? 0 : -1;
-}
+int strcmp2(const char* a, const char* b) { return isPrefix(a != nullptr ? a : "", b != nullptr ? b : "") ? 0 : -1; }
 
 int strcasecmp2(const char* a, const char* b)
 {

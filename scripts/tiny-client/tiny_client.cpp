@@ -10,7 +10,7 @@
 int main()
 {
     const int sock = registApplication("tiny", -1, 7700, "127.0.0.1"); // negative priority
-    const int unreg = unregistApplication(-1);                           // no socket
+    const int unreg = unregistApplication(-1);                         // no socket
     std::printf("registApplication:%d unregistApplication:%d\n", sock, unreg);
     return sock == VX_ERR_ARGUMENT && unreg == VX_ERR_RESOURCE ? 0 : 1;
 }

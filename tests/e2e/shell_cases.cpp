@@ -96,8 +96,8 @@ std::string reqNos(const std::vector<Datagram>& got)
 // Sends a relay datagram to the listener once it is bound.
 void sendRelay(const std::string& spec)
 {
-    EXPECT_TRUE(waitUntil([] { return readFile("/proc/net/udp").find(":D903 00000000:0000 07") != std::string::npos; },
-                          10000))
+    EXPECT_TRUE(
+        waitUntil([] { return readFile("/proc/net/udp").find(":D903 00000000:0000 07") != std::string::npos; }, 10000))
         << "no listener on UDP 55555";
     const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const sockaddr_in to = {AF_INET, htons(55555), {htonl(INADDR_LOOPBACK)}, {}};
@@ -141,7 +141,8 @@ TEST_P(ShellCase, Runs)
         if (svcSpec.find('=') != std::string::npos)
             svc->setResult(std::stoi(svcSpec), std::stoi(svcSpec.substr(svcSpec.find('=') + 1)));
     }
-    const bool noStdin = std::count(GetParam().lines.begin(), GetParam().lines.end(), std::pair<std::string, std::string>("closed", ""));
+    const bool noStdin =
+        std::count(GetParam().lines.begin(), GetParam().lines.end(), std::pair<std::string, std::string>("closed", ""));
     Child shell(argv, env, noStdin);
     size_t mark = 0; // stdout up to here has been waited for
     bool signalled = false;
@@ -186,8 +187,7 @@ TEST_P(ShellCase, Runs)
                 std::replace(cmdline.begin(), cmdline.end(), '\0', ' ');
                 EXPECT_EQ(cmdline.find(text), std::string::npos) << p.path() << " still runs";
             }
-        }
-        else if (what == "file")
+        } else if (what == "file")
             EXPECT_EQ(readFile(subst(words(rest)[0])), unescape(rest.substr(rest.find(' ') + 1)));
         else if (what == "sent" || what == "has") {
             const std::vector<std::string> want = words(rest);

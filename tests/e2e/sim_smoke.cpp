@@ -5,8 +5,8 @@
 
 #include <chrono>
 #include <csignal>
-#include <sys/socket.h>
 #include <sstream>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -25,7 +25,6 @@ struct Mode {
     const char* printed; // texts of vxsim's stdout, '|' between them
 };
 
-
 // Sends every request number in a record of odd bytes from an unbound
 // socket, then datagrams too short for a head and beyond 64 KiB, and a short
 // request that waits, from the client's own socket.
@@ -36,7 +35,9 @@ int spray(int sock)
     std::vector<uint8_t> d(70000);
     for (size_t i = 0; i < d.size(); ++i)
         d[i] = static_cast<uint8_t>(i % 128 + 1 + (i % 97 == 0 ? 128 : 0));
-    auto send = [&](int fd, size_t n) { sendto(fd, d.data(), n, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to); };
+    auto send = [&](int fd, size_t n) {
+        sendto(fd, d.data(), n, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    };
     for (int32_t reqNo = 0; reqNo <= 320; ++reqNo) {
         memcpy(d.data(), &reqNo, 4);
         send(raw, 1664);
@@ -52,21 +53,27 @@ int spray(int sock)
 }
 
 const Mode kModes[] = {
-    {{}, [](int s) { return seq({createChannel(s), createChannel(s)}); }, "1 2 ",
+    {{},
+     [](int s) {
+         return seq({createChannel(s), createChannel(s)});
+     },
+     "1 2 ",
      "reqNo=305 createChannel channel=0 len=120 from="},
     {{"--first-channel", "5", "--max-channels", "9", "--cam-detection", "3", "--rx-port", "7000"},
      [](int s) {
          return seq({createChannel(s), getMaxConcChannelNo(s), getCamDetection(s), getAudioRxPort(s, 5),
                      setAudioRxPort(s, 5, 9100), getAudioRxPort(s, 5)});
      },
-     "5 9 3 7000 1 9100 ", "reqNo=20 setAudioRxPort channel=5 len=176"},
+     "5 9 3 7000 1 9100 ",
+     "reqNo=20 setAudioRxPort channel=5 len=176"},
     {{"--silent"}, [](int s) { return seq({createChannel(s)}); }, "-7 ", "createChannel"},
     {{"--delay", "300"},
      [](int s) {
          const auto t0 = std::chrono::steady_clock::now();
          return seq({createChannel(s), std::chrono::steady_clock::now() - t0 > std::chrono::milliseconds(250)});
      },
-     "1 1 ", ""},
+     "1 1 ",
+     ""},
     {{"--wrong-reqno", "--quiet"}, [](int s) { return seq({createChannel(s)}); }, "1 ", ""},
     // A service that stops reading: the sends fill its queue, then fail
     // within the socket's send time-out instead of blocking.
@@ -77,13 +84,19 @@ const Mode kModes[] = {
              ++sent;
          return seq({sent < 100000});
      },
-     "1 ", ""},
+     "1 ",
+     ""},
     // Every request number, with odd texts, and datagrams of odd lengths.
-    {{}, [](int s) { return seq({spray(s)}); }, "0 ",
+    {{},
+     [](int s) { return seq({spray(s)}); },
+     "0 ",
      "unknown|reqVQMonUpdateConfig|\\x01\\x02|\\\"|(unterminated)|short(head)|truncated(real=70000)|(short)"},
     {{"--record", "/tmp/vx/rec"},
-     [](int s) { return seq({setAec(s, 1, 1), waitUntil([] { return readFile("/tmp/vx/rec").size() >= 328; }, 2000)}); },
-     "1 1 ", "reqNo=17 setAec channel=1 len=124"},
+     [](int s) {
+         return seq({setAec(s, 1, 1), waitUntil([] { return readFile("/tmp/vx/rec").size() >= 328; }, 2000)});
+     },
+     "1 1 ",
+     "reqNo=17 setAec channel=1 len=124"},
 };
 
 } // namespace
@@ -103,7 +116,8 @@ TEST(SimSmoke, EachModeAndTheEnd)
         close(sock);
         std::istringstream texts(m.printed);
         for (std::string text; std::getline(texts, text, '|');)
-            EXPECT_NE(sim.waitOut(text, 0, 5000), std::string::npos) << text << " not in\n" << sim.out().substr(0, 3000);
+            EXPECT_NE(sim.waitOut(text, 0, 5000), std::string::npos) << text << " not in\n"
+                                                                     << sim.out().substr(0, 3000);
         sim.kill(SIGTERM);
         EXPECT_EQ(sim.wait().status, 0);
         EXPECT_FALSE(exists(VX_SERVICE_SOCK) || exists(VX_PID_FILE));
@@ -114,11 +128,16 @@ TEST(SimSmoke, EachModeAndTheEnd)
     const std::pair<std::vector<std::string>, std::string> runs[] = {
         {{"vxsim"}, "1 a service is running on /tmp/vx/vxRxSock (use --force to take it over)"},
         {{"vxsim", "--record", "/tmp/vx/no/rec"}, "1 cannot open record file /tmp/vx/no/rec"},
-        {{"vxsim", "--bogus"}, "2 unknown option '--bogus'"}, {{"vxsim", "-x"}, "2 unknown option '-x'"},
-        {{"vxsim", "--delay", "x"}, "2 bad --delay 'x'"}, {{"vxsim", "--first-channel", "-1"}, "2 bad --first"},
-        {{"vxsim", "--max-channels", "x"}, "2 bad --max"}, {{"vxsim", "--cam-detection", "x"}, "2 bad --cam"},
-        {{"vxsim", "--rx-port", "x"}, "2 bad --rx-port"}, {{"vxsim", "--record", ""}, "2 --record needs a file name"},
-        {{"vxsim", "--delay"}, "2 option --delay needs an argument"}, {{"vxsim", "x"}, "2 unexpected argument 'x'"},
+        {{"vxsim", "--bogus"}, "2 unknown option '--bogus'"},
+        {{"vxsim", "-x"}, "2 unknown option '-x'"},
+        {{"vxsim", "--delay", "x"}, "2 bad --delay 'x'"},
+        {{"vxsim", "--first-channel", "-1"}, "2 bad --first"},
+        {{"vxsim", "--max-channels", "x"}, "2 bad --max"},
+        {{"vxsim", "--cam-detection", "x"}, "2 bad --cam"},
+        {{"vxsim", "--rx-port", "x"}, "2 bad --rx-port"},
+        {{"vxsim", "--record", ""}, "2 --record needs a file name"},
+        {{"vxsim", "--delay"}, "2 option --delay needs an argument"},
+        {{"vxsim", "x"}, "2 unexpected argument 'x'"},
         {{"vxsim", "--help"}, "0 "}};
     for (const auto& [argv, want] : runs) {
         const Child::Result r = runChild(argv);

@@ -33,8 +33,8 @@ bool roundTrips(tConfGroup* root)
         if (strpbrk(g->name, "%\r\n") != nullptr || escapedSize(g->name) + 2 > 255)
             return false;
         for (tConfItem* it = g->items; it != nullptr; it = it->next) {
-            const size_t line = escapedSize(it->key) + 3 + strlen(it->value) +
-                                (it->comment != nullptr ? 2 + strlen(it->comment) : 0);
+            const size_t line =
+                escapedSize(it->key) + 3 + strlen(it->value) + (it->comment != nullptr ? 2 + strlen(it->comment) : 0);
             if (strpbrk(it->key, "%=\t\r\n") != nullptr || it->key[0] == ';' || it->key[0] == '#' ||
                 strpbrk(it->value, "\"\r\n") != nullptr || (it->comment != nullptr && strpbrk(it->comment, "\r\n")) ||
                 line > 255)

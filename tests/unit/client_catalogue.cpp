@@ -367,9 +367,9 @@ bool logMatches(const std::string& line, const std::string& want, const std::str
         return std::regex_search(line, std::regex(want));
     const size_t at = want.find('@');
     const std::string cond = want.substr(0, at), fn = at == std::string::npos ? op : want.substr(at + 1);
-    return std::regex_match(line, std::regex(std::regex_replace(cond + "(" + fn, std::regex(R"([\\^$.|?*+()\[\]{}])"),
-                                                                R"(\$&)") +
-                                             ":\\d+\\)\n"));
+    return std::regex_match(
+        line,
+        std::regex(std::regex_replace(cond + "(" + fn, std::regex(R"([\\^$.|?*+()\[\]{}])"), R"(\$&)") + ":\\d+\\)\n"));
 }
 
 class Catalogue : public ::testing::Test {

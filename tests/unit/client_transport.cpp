@@ -44,7 +44,11 @@ TEST(Transport, AnswersByTheServicesPolicy)
         {FakeService::Answer, 300, 1, 0.25, 2, {}},
         {FakeService::WrongReqNo, 0, 1, 0, 1, {"mediaReq->reqNo==rsp.reqNo(Send2VoxalisByApp:"}},
         // The socket's receive time-out bounds the wait: three seconds.
-        {FakeService::Silent, 0, -7, 2.5, 6,
+        {FakeService::Silent,
+         0,
+         -7,
+         2.5,
+         6,
          {"(Send2VoxalisByApp:", "Send2VoxalisByApp(sock,&vxReq,sizeof(vxReq),&resp)==VERY_OK(createChannel:"}},
     };
     for (const Case& c : cases) {
@@ -128,7 +132,8 @@ TEST(Transport, LevelsSocketsAndOddPaths)
     unlink(VX_PID_FILE);
     mkfifo(VX_PID_FILE, 0644);
     auto call = std::async(std::launch::async, [&] { return reqVQMonMonitor(r.sock, 1, 1, 5); });
-    EXPECT_EQ(call.wait_for(std::chrono::seconds(2)), std::future_status::ready) << "the request waited on the pid file";
+    EXPECT_EQ(call.wait_for(std::chrono::seconds(2)), std::future_status::ready)
+        << "the request waited on the pid file";
     while (call.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready)
         close(open(VX_PID_FILE, O_RDWR | O_NONBLOCK)); // a stuck reader gets its writer
     EXPECT_EQ(call.get(), 1);

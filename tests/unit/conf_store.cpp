@@ -6,16 +6,16 @@
 #include "vxtest.h"
 
 #include <climits>
+#include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <grp.h>
+#include <map>
 #include <poll.h>
+#include <random>
+#include <sstream>
 #include <sys/fanotify.h>
 #include <sys/mount.h>
-#include <csignal>
-#include <sstream>
-#include <filesystem>
-#include <map>
-#include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -97,9 +97,9 @@ TEST(ConfStore, TypedReads)
               "mCONF_GetIntValue, Section:g, Name:n, defaultValue:5, ptr:12abc.\n");
     EXPECT_EQ(captured([&] { EXPECT_EQ(mCONF_GetIntValue(root, "g", "x", 5), 5); }),
               "mCONF_GetIntValue, Section:g, Name:x, defaultValue:5, ptr is NULL.\n");
-    const std::pair<const char*, int> hex[] = {{"0x1F", 31},    {"0X1f", 31},         {"0x", -5},
-                                               {"1F", -5},      {"0x12Z3", 18},       {"0xffffffff", -1},
-                                               {"00x1", -5},    {"0x123456789", 0x23456789}};
+    const std::pair<const char*, int> hex[] = {
+        {"0x1F", 31},   {"0X1f", 31},       {"0x", -5},   {"1F", -5},
+        {"0x12Z3", 18}, {"0xffffffff", -1}, {"00x1", -5}, {"0x123456789", 0x23456789}};
     for (const auto& h : hex) {
         mCONF_SetValue(root, "h", "v", h.first, nullptr);
         EXPECT_EQ(mCONF_GetHexaValue(root, "h", "v", -5), h.second) << h.first;
@@ -181,10 +181,7 @@ const struct {
 
 int g_renameErrno = 0; // when set, libmconf's renames fail with it
 
-size_t entries(const std::string& dir)
-{
-    return std::distance(std::filesystem::recursive_directory_iterator(dir), {});
-}
+size_t entries(const std::string& dir) { return std::distance(std::filesystem::recursive_directory_iterator(dir), {}); }
 
 } // namespace
 
@@ -259,7 +256,8 @@ TEST(ConfFiles, Write)
         size_t made = 0;
         for (std::string check; after >> check;) {
             const std::string name = d + check.substr(0, check.find('='));
-            EXPECT_EQ(readFile(name), check.back() == '*' ? "[g]\r\nk=\"v\"\r\n\r\n" : check.substr(check.find('=') + 1))
+            EXPECT_EQ(readFile(name),
+                      check.back() == '*' ? "[g]\r\nk=\"v\"\r\n\r\n" : check.substr(check.find('=') + 1))
                 << w.setUp << ": " << check;
             struct stat st;
             stat(name.c_str(), &st);

@@ -87,8 +87,7 @@ TEST_P(ConfPair, ReadsAndWritesTheExpectedText)
     const std::string second = std::filesystem::exists(base + ".out2") ? readFile(base + ".out2") : out;
     EXPECT_EQ(canonical(mCONF_BufRead(out.c_str())), second);
 }
-INSTANTIATE_TEST_SUITE_P(Data, ConfPair, ::testing::ValuesIn(pairNames()),
-                         [](const auto& info) { return info.param; });
+INSTANTIATE_TEST_SUITE_P(Data, ConfPair, ::testing::ValuesIn(pairNames()), [](const auto& info) { return info.param; });
 
 TEST(ConfText, ParseLine)
 {
@@ -105,7 +104,8 @@ TEST(ConfText, ParseLine)
         }
     }
     char *pk = nullptr, *pv = nullptr, *pc = nullptr;
-    EXPECT_EQ(mCONF_ParseLine("k=v", nullptr, &pv, nullptr, "=") + mCONF_ParseLine("k=v", &pk, nullptr, nullptr, "="), -2);
+    EXPECT_EQ(mCONF_ParseLine("k=v", nullptr, &pv, nullptr, "=") + mCONF_ParseLine("k=v", &pk, nullptr, nullptr, "="),
+              -2);
     // A field beyond the reader's 255 bytes is cut at 259; the scan goes on.
     const std::string k(400, 'k'), val(400, 'v'), c(400, 'c');
     EXPECT_EQ(mCONF_ParseLine((k + "=\"" + val + "\" ;" + c).c_str(), &pk, &pv, &pc, "="), 1);

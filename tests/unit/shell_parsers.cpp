@@ -74,9 +74,11 @@ const struct {
     {{"-T", "440,480,1,2,3,4,5,6,-1,999"}, I(g_ToneFreq2 + g_Tone3OffTime + g_ToneRepeat + g_ToneInterMitMs), "1484"},
     {{"-T", ""}, I(g_bTonePlayEx * 10 + g_ToneFreq1), "9"},
     {{"x"}, I(g_localPort2 + g_remotePort2 + g_ShellPort), "73557"},
-    {{"-o", "a-B_12345678901", "-s", "1234567890123456789"}, S(g_szOppDevId + std::string(g_szServerIp)),
+    {{"-o", "a-B_12345678901", "-s", "1234567890123456789"},
+     S(g_szOppDevId + std::string(g_szServerIp)),
      "a-B_12345678901123456789012345"},
-    {{"-z", "10.0.0.2", "-w", std::string(200, 'p')}, S(g_szServerIp2 + std::string(g_WaveFile)),
+    {{"-z", "10.0.0.2", "-w", std::string(200, 'p')},
+     S(g_szServerIp2 + std::string(g_WaveFile)),
      "10.0.0.2" + std::string(127, 'p')},
     {{"-w", ""}, I(g_bTestPlayWav), "0"},
     {{"-f", "a,,b,c,d,e"}, S(std::string(g_szFileName) + g_szSection + g_szKey + g_szText), "abcd"},
@@ -85,12 +87,30 @@ const struct {
 
 // A token's command text; "-" where the token is no key.
 const std::pair<const char*, const char*> kTokens[] = {
-    {"1xyz", "key 1"},    {"*", "key *"},           {"#9", "key '#'"},        {"s3x", "key soft_3"},
-    {"s5", "key soft_5"}, {"s", "key spk"},         {"sm", "key smart"},      {"d", "key dss_"},
-    {"d1-a_B", "key dss_1-a_B"}, {"me", "key menu"}, {"b", "key back"},       {"ho", "key hold"},
-    {"mu", "key mute"},   {"he", "key headset"},    {"r", "key redial"},      {"c", "key conf"},
-    {"t", "key transf"},  {"vu", "key vol_up"},     {"vd", "key vol_down"},   {"s6", "-"},
-    {"s0", "-"},          {"me2", "-"},             {"S", "-"},               {"", "-"},
+    {"1xyz", "key 1"},
+    {"*", "key *"},
+    {"#9", "key '#'"},
+    {"s3x", "key soft_3"},
+    {"s5", "key soft_5"},
+    {"s", "key spk"},
+    {"sm", "key smart"},
+    {"d", "key dss_"},
+    {"d1-a_B", "key dss_1-a_B"},
+    {"me", "key menu"},
+    {"b", "key back"},
+    {"ho", "key hold"},
+    {"mu", "key mute"},
+    {"he", "key headset"},
+    {"r", "key redial"},
+    {"c", "key conf"},
+    {"t", "key transf"},
+    {"vu", "key vol_up"},
+    {"vd", "key vol_down"},
+    {"s6", "-"},
+    {"s0", "-"},
+    {"me2", "-"},
+    {"S", "-"},
+    {"", "-"},
 };
 
 // A key list into a buffer of `size`: its text, tokens and tokens left out.
@@ -122,8 +142,8 @@ const struct {
     const char* paused;
     const char* logged = "";
 } kDatagrams[] = {
-    {"@2:0:2:65535/65535/1,2|65535/0/s", 1, "", "key 1; usleep 30000000; key 2; usleep 30000000|key spk; usleep 0|", "0 ",
-     "PLAY_KEYEVENT pauses cut to 30 s each and 60 s in all."},
+    {"@2:0:2:65535/65535/1,2|65535/0/s", 1, "", "key 1; usleep 30000000; key 2; usleep 30000000|key spk; usleep 0|",
+     "0 ", "PLAY_KEYEVENT pauses cut to 30 s each and 60 s in all."},
     {"@2:0:3:1/30001/1|1/40000/2|1/0/3", 1, "", "key 1; usleep 1000|key 2; usleep 1000|key 3; usleep 0|",
      "30000 29998 ", "cut to 30 s"},
     {"@2:0:1:0/0/x\x1b[2J\r\n", 1, "", "", "", "group[0] <x\\x1b[2J\\x0d\\x0a> holds no valid key list"},
@@ -137,8 +157,8 @@ const struct {
     {"@2:0:2:1/9/x;reboot|1/0/d$(x)", 1, "", "", "9 "},
     {"@2:0:1:0/0/" + std::string(99, '1'), 1, "", "key 1; usleep 0|", ""},
     {"@2:0:1:0/0/1," + std::string(120, '2'), 1, "", "key 1; usleep 0; key 2; usleep 0|", ""},
-    {"@2:0:1:0/0/1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1", 1, "", "",
-     ""},
+    {"@2:0:1:0/0/1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1",
+     1, "", "", ""},
     {std::string("\0\2\0\0\0", 5), 1, "", "", ""},
     {std::string("\0", 1), 1, "", "", ""},
     {"@1", 1, "", "", ""},
@@ -238,8 +258,8 @@ TEST(ShellParsers, RelayDatagramsAndPresetTones)
     for (const Datagram& t : svc.received())
         for (size_t off : {124, 128, 132, 136, 156})
             words.push_back(t.word(off));
-    EXPECT_EQ(words, std::vector<int>({440, 480, 1000, 2000, 65535, 650, 0, 100, 100, 3, 350, 440, 1000, 0, 1, 350, 440,
-                                       500, 100, 1, 350, 440, 500, 100, 1, 50, 440, 500, 100, 1}));
+    EXPECT_EQ(words, std::vector<int>({440, 480, 1000, 2000, 65535, 650, 0,   100, 100, 3, 350, 440, 1000, 0,   1,
+                                       350, 440, 500,  100,  1,     350, 440, 500, 100, 1, 50,  440, 500,  100, 1}));
     close(g_regi_sock);
     g_regi_sock = -1;
     vxPlayDualTone(0, 0); // unregistered: a log line only
@@ -298,23 +318,28 @@ TEST(ShellParsers, TonePlansAndTestDraws)
         int repeat, times[6];
         const char* plan;
     } plans[] = {
-        {-1, {0, 0, 0, 0, 0, 0}, "5000 0 1 "},       {2, {100, 100, 50, 50, 0, 0}, "5000 0 1 "},
-        {1, {100, 100, 50, 50, 0, 0}, "300 700 0 "}, {0, {250, 250, 250, 250, 0, 0}, "1000 0 0 "},
-        {1, {1000, 1000, 1000, 1000, 500, 501}, "5000 0 1 "}, {1, {1000, 1000, 1000, 1000, 500, 500}, "5000 0 0 "},
+        {-1, {0, 0, 0, 0, 0, 0}, "5000 0 1 "},
+        {2, {100, 100, 50, 50, 0, 0}, "5000 0 1 "},
+        {1, {100, 100, 50, 50, 0, 0}, "300 700 0 "},
+        {0, {250, 250, 250, 250, 0, 0}, "1000 0 0 "},
+        {1, {1000, 1000, 1000, 1000, 500, 501}, "5000 0 1 "},
+        {1, {1000, 1000, 1000, 1000, 500, 500}, "5000 0 0 "},
         {0, {-1, -1, -1, -1, -1, -1}, "0 1000 0 "},
     };
     for (const auto& p : plans) {
         g_ToneRepeat = p.repeat;
-        int* const slots[6] = {&g_Tone1OnTime, &g_Tone1OffTime, &g_Tone2OnTime, &g_Tone2OffTime, &g_Tone3OnTime,
-                               &g_Tone3OffTime};
+        int* const slots[6] = {&g_Tone1OnTime,  &g_Tone1OffTime, &g_Tone2OnTime,
+                               &g_Tone2OffTime, &g_Tone3OnTime,  &g_Tone3OffTime};
         for (int i = 0; i < 6; ++i)
             *slots[i] = p.times[i];
         const tToneWaitPlan got = vxExtendedTonePlan();
         EXPECT_EQ(seq({got.firstMs, got.secondMs, got.stop}), p.plan) << p.repeat << " " << p.times[0];
     }
     // The wave test's play for a draw: type, repeat, pause and its step, path.
-    const std::pair<int, const char*> picks[] = {{0, "0 1 3000 0 /sound/ring1.wav"}, {20, "0 1 3000 0 /sound/ring3.wav"},
-                                                 {5, "1 0 1000 0 /sound/msg_1.wav"}, {17, "2 0 150 20 /sound/tone_1_7.wav"}};
+    const std::pair<int, const char*> picks[] = {{0, "0 1 3000 0 /sound/ring1.wav"},
+                                                 {20, "0 1 3000 0 /sound/ring3.wav"},
+                                                 {5, "1 0 1000 0 /sound/msg_1.wav"},
+                                                 {17, "2 0 150 20 /sound/tone_1_7.wav"}};
     g_iKeyType = 1;
     for (const auto& [r, want] : picks) {
         char path[128];

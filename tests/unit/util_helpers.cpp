@@ -36,7 +36,7 @@ int readAlloc(const std::string& path)
 struct FileCase {
     const char* what;
     std::function<int(const std::string& dir)> call;
-    int result, code; // vFILE_Errno after; 77 where the call leaves it alone
+    int result, code;    // vFILE_Errno after; 77 where the call leaves it alone
     const char* content; // of dir/f after the call, null: not looked at
 };
 
@@ -50,10 +50,14 @@ TEST(Strings, LineReaders)
         int size;
         const char* lines;
     } cases[] = {
-        {false, "a\r\n\r\nb", 255, "a|b|"},         {false, "abcdef\nx", 3, "abc|x|"},
-        {false, "a\rb\nc\r\nd\n\re", 255, "a|b|c|d|e|"}, {false, "", 255, ""},
-        {true, "a\r\nb\n\rc\rd", 255, "a\r\n|b\n\r|c\r|d|"}, {true, "a\n\nb", 255, "a\n|\n|b|"},
-        {true, "abcdef\nxy", 3, "abc|xy|"},          {true, "ab\r\nc", 3, "ab\r|c|"},
+        {false, "a\r\n\r\nb", 255, "a|b|"},
+        {false, "abcdef\nx", 3, "abc|x|"},
+        {false, "a\rb\nc\r\nd\n\re", 255, "a|b|c|d|e|"},
+        {false, "", 255, ""},
+        {true, "a\r\nb\n\rc\rd", 255, "a\r\n|b\n\r|c\r|d|"},
+        {true, "a\n\nb", 255, "a\n|\n|b|"},
+        {true, "abcdef\nxy", 3, "abc|xy|"},
+        {true, "ab\r\nc", 3, "ab\r|c|"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(readAll(c.sgetsReader ? sgets : strgets, c.text, c.size), c.lines) << c.text;
@@ -62,8 +66,10 @@ TEST(Strings, LineReaders)
     EXPECT_EQ(buf[3], '#') << "no terminator behind a full line";
     EXPECT_EQ(sgets("a\n", nullptr, 0), nullptr);
     const std::tuple<const char*, const char*, char, int> ints[] = {
-        {"title\n  Volume = 12\n", "volume", '=', 12}, {"Volume = 12\n", "Volume", '=', -1},
-        {"x\nVolumeMax = 1\nVolume = 2\n", "Volume", '=', -1}, {"x\nkey\n=\n -42", "KEY", '=', -42},
+        {"title\n  Volume = 12\n", "volume", '=', 12},
+        {"Volume = 12\n", "Volume", '=', -1},
+        {"x\nVolumeMax = 1\nVolume = 2\n", "Volume", '=', -1},
+        {"x\nkey\n=\n -42", "KEY", '=', -42},
     };
     for (const auto& [text, key, sep, want] : ints)
         EXPECT_EQ(strgetint(text, key, sep), want) << text;
@@ -80,8 +86,10 @@ TEST(Strings, WordListsAndComparisons)
     EXPECT_EQ(strmcmpa("b", withGap), -1) << "the list ends at the empty string";
     EXPECT_EQ(strmcmpa("two", plain), -1);
     EXPECT_EQ(strmcasecmpa("two", plain), 1);
-    const std::tuple<const char*, const char*, int, int, int> cmps[] = {
-        {"abc", "ab", 99, -1, -1}, {"ab", "abc", -99, 0, 0}, {"aB", "Abc", 32, -1, 0}, {"\xff", "a", 0xff - 'a', -1, -1}};
+    const std::tuple<const char*, const char*, int, int, int> cmps[] = {{"abc", "ab", 99, -1, -1},
+                                                                        {"ab", "abc", -99, 0, 0},
+                                                                        {"aB", "Abc", 32, -1, 0},
+                                                                        {"\xff", "a", 0xff - 'a', -1, -1}};
     for (const auto& [a, b, cmp1, prefix, folded] : cmps) {
         EXPECT_EQ(strcmp1(a, b), cmp1) << a << " " << b;
         EXPECT_EQ(strcmp2(a, b), prefix) << a << " " << b;
@@ -95,11 +103,12 @@ TEST(Strings, WordListsAndComparisons)
     free(s);
     // Null and empty texts: no reading through, the documented results.
     const char* none = nullptr;
-    EXPECT_EQ(std::vector<long>({strmcmp2(none, "a", none), strmcasecmpa(none, plain), strgetint(none, "k", '='),
-                                 strgetint("x\nk 1", "k", '='), strcmp1(none, "a"), strcmp2("a", none),
-                                 (long)sgets(none, nullptr, 0), (long)strgets(none, nullptr, 0), strgets(h, nullptr, 0) - h,
-                                 (long)mstring::strcasestr(none, "a"), (long)(*&strprint)(none)}),
-              std::vector<long>({-1, -1, -1, -1, -97, -1, 0, 0, 5, 0, 0}));
+    EXPECT_EQ(
+        std::vector<long>({strmcmp2(none, "a", none), strmcasecmpa(none, plain), strgetint(none, "k", '='),
+                           strgetint("x\nk 1", "k", '='), strcmp1(none, "a"), strcmp2("a", none),
+                           (long)sgets(none, nullptr, 0), (long)strgets(none, nullptr, 0), strgets(h, nullptr, 0) - h,
+                           (long)mstring::strcasestr(none, "a"), (long)(*&strprint)(none)}),
+        std::vector<long>({-1, -1, -1, -1, -97, -1, 0, 0, 5, 0, 0}));
 }
 
 TEST(Files, ResultsAndCodes)
@@ -155,8 +164,11 @@ TEST(Files, FreeNames)
     TempDir t;
     for (const char* f : {"/a0b0", "/k0", "/k1", "/k2", "/k3", "/k4", "/k5", "/k6", "/k7", "/k8", "/k9"})
         writeFile(t.path + f, "");
-    const std::pair<const char*, const char*> cases[] = {
-        {"/plain", nullptr}, {"/d@/f@", "/d0/f0"}, {"/a@b@", "/a0b1"}, {"/~~~~~~~~~~", "/0000000000"}, {"/k@", nullptr}};
+    const std::pair<const char*, const char*> cases[] = {{"/plain", nullptr},
+                                                         {"/d@/f@", "/d0/f0"},
+                                                         {"/a@b@", "/a0b1"},
+                                                         {"/~~~~~~~~~~", "/0000000000"},
+                                                         {"/k@", nullptr}};
     for (const auto& [pattern, name] : cases) {
         std::string p = t.path + pattern;
         EXPECT_EQ(mFILE_MksTemp(&p[0], pattern[1] == '~' ? '~' : '@') != nullptr, name != nullptr) << pattern;
