@@ -70,19 +70,13 @@ std::string unescape(const std::string& s)
     return out;
 }
 
-// "reqNo[@OFF=INT|@OFF'TEXT']...": the request and the fields it names.
+// "reqNo[@FIELD]...": the request and the fields it names (as putFields
+// reads them).
 bool matches(const Datagram& d, const std::string& token)
 {
-    std::istringstream in(token);
-    std::string part;
-    std::getline(in, part, '@');
-    bool same = d.reqNo() == std::stoi(part);
-    while (std::getline(in, part, '@')) {
-        const size_t at = part.find_first_of("='"), off = std::stoul(part);
-        same = same && (part[at] == '=' ? d.word(off) == std::stoi(part.substr(at + 1))
-                                        : d.text(off, 2048) == unquote(part.substr(at)));
-    }
-    return same;
+    std::vector<uint8_t> same = d.bytes;
+    return d.reqNo() == std::stoi(token) &&
+           putFields(same, token.substr(std::min(token.find('@'), token.size())), '@') && same == d.bytes;
 }
 
 std::string reqNos(const std::vector<Datagram>& got)

@@ -187,22 +187,43 @@ SyslogCapture::~SyslogCapture()
     }
 }
 
-std::vector<SyslogCapture::Line> SyslogCapture::lines()
-{
-    std::vector<Line> lines; // "<PRI>Mmm dd hh:mm:ss IDENT: text"
-    for (const Datagram& d : received()) {
-        const std::string raw(d.bytes.begin(), d.bytes.end());
-        lines.push_back({atoi(raw.c_str() + 1), raw.substr(std::min(raw.find(": ") + 2, raw.size()))});
-    }
-    return lines;
-}
-
 std::vector<std::string> SyslogCapture::texts()
 {
-    std::vector<std::string> t;
-    for (const Line& l : lines())
-        t.push_back(l.text);
+    std::vector<std::string> t; // of "<PRI>Mmm dd hh:mm:ss IDENT: text"
+    for (const Datagram& d : received()) {
+        const std::string raw(d.bytes.begin(), d.bytes.end());
+        t.push_back(raw.substr(std::min(raw.find(": ") + 2, raw.size())));
+    }
     return t;
+}
+
+bool putFields(std::vector<uint8_t>& record, const std::string& spec, char sep)
+{
+    std::istringstream in(spec);
+    bool fits = true;
+    for (std::string f; std::getline(in, f, sep);) {
+        if (f.empty())
+            continue;
+        const size_t at = f.find_first_of("='~"), off = std::stoul(f);
+        const std::string arg = f.substr(at + 1);
+        std::string bytes;
+        if (f[at] == '=') {
+            const int32_t v = arg == "pid" ? getpid() : std::stoi(arg);
+            bytes.assign(reinterpret_cast<const char*>(&v), 4);
+        } else if (f[at] == '~') {
+            for (int i = 1; i <= std::stoi(arg); ++i)
+                bytes += static_cast<char>(i);
+        } else {
+            const size_t q = arg.find('\'');
+            for (size_t n = q + 1 < arg.size() ? std::stoul(arg.substr(q + 2)) : 1; n > 0; --n)
+                bytes += arg.substr(0, q);
+            bytes.resize(bytes.size() + (off + bytes.size() < record.size()));
+        }
+        fits = fits && off + bytes.size() <= record.size();
+        if (fits)
+            memcpy(&record[off], bytes.data(), bytes.size());
+    }
+    return fits;
 }
 
 Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env, bool noStdin)

@@ -69,18 +69,19 @@ private:
 };
 
 // Binds /dev/log (unless a live daemon owns it: then ok() is false); each
-// line "<pri>... IDENT: text" that arrives is kept.
+// line "<PRI>... IDENT: text" that arrives is kept.
 class SyslogCapture final : public Listener {
 public:
-    struct Line {
-        int priority;
-        std::string text;
-    };
     SyslogCapture();
     ~SyslogCapture();
-    std::vector<Line> lines(); // every line so far, in order
-    std::vector<std::string> texts();
+    std::vector<std::string> texts(); // every line's text so far, in order
 };
+
+// Writes the fields of `spec` into a record: "OFF=INT" (INT may be "pid",
+// ours), "OFF'TEXT'" or "OFF'TEXT'*N" (N times, then a NUL unless the record
+// ends there) and "OFF~N" (the bytes 1, 2, ... N), separated by `sep`.
+// False if one does not fit.
+bool putFields(std::vector<uint8_t>& record, const std::string& spec, char sep = ' ');
 
 // Removes every file under /tmp/vx/ and /tmp/vx/tx/ (making both if
 // missing); the directories go when the test program ends, if it made them.
