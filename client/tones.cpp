@@ -101,12 +101,9 @@ int startThreePhases(const char* fn, int sock, int channel, tToneAmp amp, int hz
         mlibLog("%s:%d improper intermitMs:%d\n(%s:%d)\n", fn, __LINE__, intermitMs, fn, __LINE__);
         intermitMs = 0;
     }
-    const tCadence tone = {amp,           hz1,
-                           hz2,           firstOntime,
-                           firstOfftime,  secondOntime,
-                           secondOfftime, thirdOnTime,
-                           thirdOffTime,  repeat < 0 ? -1 : repeat,
-                           intermitMs,    1};
+    const int repeats = repeat < 0 ? -1 : repeat;
+    const tCadence tone = {amp,           hz1,         hz2,          firstOntime, firstOfftime, secondOntime,
+                           secondOfftime, thirdOnTime, thirdOffTime, repeats,     intermitMs,   1};
     return sendCadence(fn, sock, channel, tone);
 }
 
