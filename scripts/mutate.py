@@ -7,6 +7,8 @@ not (survived). The tree is restored after every mutant, also on ^C.
   scripts/mutate.py --check            only checks that each mutant applies
   scripts/mutate.py --only a,b         the named mutants
   scripts/mutate.py --ctest-args '-L client'
+  scripts/mutate.py --matrix kills.txt  runs every test on every mutant and
+                                       writes the tests that failed on each
 
 It builds in its own tree (build-mut, release settings) so that the normal
 builds stay untouched. A mutant whose build fails is reported as stillborn.
@@ -59,6 +61,7 @@ def main():
     ap.add_argument('--check', action='store_true')
     ap.add_argument('--ctest-args', default='')
     ap.add_argument('--timeout', type=int, default=120, help='seconds per test')
+    ap.add_argument('--matrix', default='', help='file for "mutant: failed tests" lines')
     args = ap.parse_args()
 
     mutants = load(args.mutants)
@@ -79,12 +82,27 @@ def main():
     r = run(['cmake', '-S', '.', '-B', b, '-G', 'Ninja', '-DCMAKE_BUILD_TYPE=RelWithDebInfo'])
     if r.returncode != 0 or run(['cmake', '--build', b]).returncode != 0:
         sys.exit('the unmutated tree does not build')
-    ctest = ['ctest', '--test-dir', b, '-j2', '--stop-on-failure', '--timeout', str(args.timeout)]
-    ctest += args.ctest_args.split()
+    ctest = ['ctest', '--test-dir', b, '-j2', '--timeout', str(args.timeout)]
+    ctest += ([] if args.matrix else ['--stop-on-failure']) + args.ctest_args.split()
+    matrix = open(args.matrix, 'w') if args.matrix else None
+
+    def failed_names(output):
+        _, marker, tail = output.partition('The following tests FAILED:')
+        return {line.split(' - ', 1)[1].rsplit(' (', 1)[0].strip()
+                for line in tail.splitlines() if marker and ' - ' in line}
+
     # A test that fails once is run again, so that a test troubled by a busy
     # machine does not count as a kill (or stop the run).
-    def fails():
-        return run(ctest).returncode != 0 and run(ctest + ['--rerun-failed']).returncode != 0
+    def fails(name=None):
+        first = run(ctest)
+        if first.returncode == 0:
+            again = set()
+        else:
+            again = failed_names(run(ctest + ['--rerun-failed']).stdout) & failed_names(first.stdout)
+        if matrix and name:
+            matrix.write(f"{name}: {' | '.join(sorted(again))}\n")
+            matrix.flush()
+        return bool(again)
 
     t0 = time.time()
     if fails():
@@ -103,7 +121,7 @@ def main():
                 stillborn.append(m['name'])
             else:
                 try:
-                    failed = fails()
+                    failed = fails(m['name'])
                 except subprocess.TimeoutExpired:
                     failed = True
                 verdict = 'KILLED' if failed else 'SURVIVED'

@@ -121,7 +121,7 @@ TEST(SimSmoke, EachModeAndTheEnd)
         {{"vxsim", "x"}, "2 unexpected argument 'x'"},
         {{"vxsim", "--help"}, "0 "}};
     for (const auto& [argv, want] : runs) {
-        const Child::Result r = runChild(argv);
+        const Child::Result r = Child(argv).wait();
         EXPECT_EQ(std::to_string(r.status) + " " + r.err.substr(std::min<size_t>(7, r.err.size()), want.size() - 2),
                   want);
     }

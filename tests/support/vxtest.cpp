@@ -242,13 +242,7 @@ Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env,
         if (std::none_of(env.begin(), env.end(), [&](const std::string& x) { return x.rfind(name, 0) == 0; }))
             envs.push_back(*e);
     }
-    std::vector<char*> av, ev;
-    for (auto& a : argv)
-        av.push_back(a.data());
-    for (auto& e : envs)
-        ev.push_back(e.data());
-    av.push_back(nullptr);
-    ev.push_back(nullptr);
+    std::vector<char*> av = cStrings(argv), ev = cStrings(envs);
     int in[2], fds[2];
     for (int i = 0; i < 2; ++i) {
         char name[] = "/tmp/vxchild.XXXXXX";
@@ -307,13 +301,6 @@ Child::Result Child::wait(int timeoutMs, bool closeInput)
     close(std::exchange(in_, -2));
     res_ = {WIFEXITED(st) ? WEXITSTATUS(st) : -1, readFile(files_[0]), readFile(files_[1])};
     return res_;
-}
-
-Child::Result runChild(const std::vector<std::string>& argv, const std::string& input)
-{
-    Child c(argv);
-    c.write(input);
-    return c.wait();
 }
 
 std::string relayDatagram(const std::string& spec)
@@ -380,6 +367,15 @@ void writeFile(const std::string& path, const std::string& bytes)
 std::string unstamped(const std::string& text)
 {
     return std::regex_replace(text, std::regex(R"(\[\d\d:\d\d:\d\d\.\d\d\d\] )"), "");
+}
+
+std::vector<char*> cStrings(std::vector<std::string>& strings)
+{
+    std::vector<char*> p;
+    for (auto& s : strings)
+        p.push_back(s.data());
+    p.push_back(nullptr);
+    return p;
 }
 
 std::string seq(std::initializer_list<long long> values)

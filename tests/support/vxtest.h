@@ -114,8 +114,6 @@ private:
     Result res_;
 };
 
-Child::Result runChild(const std::vector<std::string>& argv, const std::string& input = "");
-
 // A relay datagram from "@TYPE:REPEAT:COUNT:ITEM|ITEM", an item being
 // "keyDelay/stepDelay/keys" for type 2 and two characters for type 10; "@"
 // is the empty datagram.
@@ -136,6 +134,8 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 // The text without the "[hh:mm:ss.mmm] " stamps of the log lines.
 std::string unstamped(const std::string& text);
+// The strings' pointers, then a null one (an argv or envp).
+std::vector<char*> cStrings(std::vector<std::string>& strings);
 // The numbers as "1 2 3 " (a braced list is evaluated left to right).
 std::string seq(std::initializer_list<long long> values);
 // Polls `cond` every 5 ms until it holds or the time is up.

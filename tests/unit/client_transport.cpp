@@ -157,12 +157,3 @@ TEST(Transport, LevelsSocketsAndOddPaths)
     ASSERT_TRUE(touch(VX_SAVEMSG_FILE) && rmdir("/tmp/vx/tx") == 0);
     EXPECT_EQ(setAec(r.sock, 1, 1), 1);
 }
-
-TEST(Transport, RegistrationWithoutTheDirectoryFails)
-{
-    cleanVxDir();
-    ASSERT_EQ(rename("/tmp/vx", "/tmp/vx.away"), 0);
-    const int sock = registApplication("a", 0, -1, "127.0.0.1");
-    rename("/tmp/vx.away", "/tmp/vx");
-    EXPECT_EQ(sock, -7);
-}

@@ -52,6 +52,7 @@ const struct {
     {{"-p", "12x", "-c", "2"}, I(g_localPort + g_audioCodec + g_nRepeatCnt), "16"},
     {{"-a", "0"}, I(g_AudMode), "1"},
     {{"-a", "12"}, I(g_AudMode), "1"},
+    {{"-a", "11"}, I(g_AudMode), "11"},
     {{"-a", "1", "-V", "7"}, I(g_nVolumeIndex), "7"},
     {{"-a", "1", "-V", "8"}, I(g_nVolumeIndex), "5"},
     {{"-V", "15"}, I(g_nVolumeIndex), "15"},
@@ -85,7 +86,8 @@ const struct {
     {{"-f", ""}, I(g_nFileMode * 10 + strlen(g_szFileName)), "10"},
 };
 
-// A token's command text; "-" where the token is no key.
+// A token's command text; "-" where the token is no key. Of the whole-word
+// keys only those next to another (s, sm; me, me2) and the last row.
 const std::pair<const char*, const char*> kTokens[] = {
     {"1xyz", "key 1"},
     {"*", "key *"},
@@ -97,14 +99,6 @@ const std::pair<const char*, const char*> kTokens[] = {
     {"d", "key dss_"},
     {"d1-a_B", "key dss_1-a_B"},
     {"me", "key menu"},
-    {"b", "key back"},
-    {"ho", "key hold"},
-    {"mu", "key mute"},
-    {"he", "key headset"},
-    {"r", "key redial"},
-    {"c", "key conf"},
-    {"t", "key transf"},
-    {"vu", "key vol_up"},
     {"vd", "key vol_down"},
     {"s6", "-"},
     {"s0", "-"},
@@ -165,15 +159,6 @@ const struct {
     {"@99", 0, "", "", ""},
 };
 
-std::vector<char*> argvOf(std::vector<std::string>& args)
-{
-    std::vector<char*> argv;
-    for (auto& a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    return argv;
-}
-
 } // namespace
 
 TEST(ShellParsers, CommandLine)
@@ -182,7 +167,7 @@ TEST(ShellParsers, CommandLine)
         vxResetParams();
         std::vector<std::string> args = o.args;
         args.insert(args.begin(), "vxShell");
-        parse_cmdline(static_cast<int>(args.size()), argvOf(args).data());
+        parse_cmdline(static_cast<int>(args.size()), cStrings(args).data());
         EXPECT_EQ(o.value(), o.want) << args[1];
     }
     char eleven[] = "1,2,3,4,5,6,7,8,9,10,11";
