@@ -9,12 +9,8 @@ include(CMakePackageConfigHelpers)
 # image, /opt, a test's temporary directory).
 file(RELATIVE_PATH VX_BIN_TO_LIB /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_target_properties(vxsim PROPERTIES INSTALL_RPATH "$ORIGIN/${VX_BIN_TO_LIB}")
-# A vxShell that carries its libraries' code needs no run path (and the
-# loader then looks for libc nowhere but where libc is).
-get_target_property(vx_self_contained vxShell VX_SELF_CONTAINED)
-if(NOT vx_self_contained)
-  set_target_properties(vxShell PROPERTIES INSTALL_RPATH "$ORIGIN/${VX_BIN_TO_LIB}")
-endif()
+# vxShell carries its libraries' code and needs no run path (the loader
+# then looks for libc nowhere but where libc is).
 set_target_properties(vxclient mconf mutil PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 install(TARGETS vxclient mconf mutil EXPORT vxShellTargets

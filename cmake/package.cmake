@@ -59,20 +59,13 @@ if(NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
   endif()
 endif()
 
-# Dependencies: libc, and the C++ runtime only while a shipped file still
-# needs it (a target not built by vx_libc_only). They are written out rather
-# than computed by dpkg-shlibdeps, which cannot tell a cross build's target
-# libc from the host's cross packages (libc6-armhf-cross). The versions are
-# those of the oldest runtimes that provide the symbol versions the binaries
-# need (glibc 2.34 folded libpthread into libc; GCC 12's libstdc++ is
-# GLIBCXX_3.4.30); scripts/check-deb.sh checks them against every package.
+# Dependencies: libc alone (every shipped file is built by vx_libc_only, and
+# the test Build.ShippedFilesNeedOnlyLibc holds them to it). Written out
+# rather than computed by dpkg-shlibdeps, which cannot tell a cross build's
+# target libc from the host's cross packages (libc6-armhf-cross). 2.34 is
+# the oldest glibc with the symbol versions the binaries need (it folded
+# libpthread into libc); scripts/check-deb.sh checks it against every package.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34)")
-foreach(vx_target vxShell vxsim vxclient mconf mutil)
-  get_target_property(vx_lean ${vx_target} VX_LIBC_ONLY)
-  if(NOT vx_lean)
-    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0)")
-  endif()
-endforeach()
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
 
 include(CPack)

@@ -27,10 +27,9 @@ case "$arch" in
          emulator=(qemu-aarch64 -L /usr/aarch64-linux-gnu) ;;
   *) echo "check-deb: unknown architecture $arch" >&2; exit 2 ;;
 esac
-# Newest symbol versions that the dependencies of package.cmake provide:
-# libc6 (>= 2.34), libstdc++6 (>= 12).
+# Newest symbol version that the dependency of package.cmake provides:
+# libc6 (>= 2.34). Nothing shipped may need more than libc.
 max_glibc=2.34
-max_glibcxx=3.4.30
 
 fail() { echo "check-deb: $deb: $*" >&2; exit 1; }
 field() { dpkg-deb --field "$deb" "$1"; }
@@ -75,8 +74,6 @@ for elf in "${elves[@]}"; do
     case "$lib" in
       libvxclient.so.1|libmconf.so.1|libmutil.so.1) continue ;;   # this package
       libc.so.6|libm.so.6|ld-linux*.so.*) pkg=libc6 ;;
-      libstdc++.so.6) pkg=libstdc++6 ;;
-      libgcc_s.so.1) pkg=libgcc-s1 ;;
       *) fail "$(basename "$elf") needs $lib, which no dependency provides" ;;
     esac
     [[ "$depends" == *"$pkg "* ]] || fail "$(basename "$elf") needs $lib, but Depends lacks $pkg: '$depends'"
@@ -84,12 +81,8 @@ for elf in "${elves[@]}"; do
   done < <(readelf -d "$elf" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
   versions=$(readelf -V "$elf" | { grep -o 'Name: GLIBC[A-Z]*_[0-9.]*' || true; } | sed 's/Name: //' | sort -u)
   newest_glibc=$(printf '%s\n' "$versions" | sed -n 's/^GLIBC_//p' | sort -V | tail -n1)
-  newest_glibcxx=$(printf '%s\n' "$versions" | sed -n 's/^GLIBCXX_//p' | sort -V | tail -n1)
   if [ -n "$newest_glibc" ] && [ "$(printf '%s\n' "$newest_glibc" "$max_glibc" | sort -V | tail -n1)" != "$max_glibc" ]; then
     fail "$(basename "$elf") needs GLIBC_$newest_glibc, newer than libc6 (>= $max_glibc)"
-  fi
-  if [ -n "$newest_glibcxx" ] && [ "$(printf '%s\n' "$newest_glibcxx" "$max_glibcxx" | sort -V | tail -n1)" != "$max_glibcxx" ]; then
-    fail "$(basename "$elf") needs GLIBCXX_$newest_glibcxx, newer than libstdc++6 (>= 12)"
   fi
 done
 
