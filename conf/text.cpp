@@ -25,7 +25,10 @@ namespace {
 const size_t kParseBuf = 260;
 const int kLineMax = 255; // the reader's lines, without their terminator
 
-struct Field { char text[kParseBuf]; size_t len; };
+struct Field {
+    char text[kParseBuf];
+    size_t len;
+};
 
 struct ParsedLine {
     Field key; // or the group name of a head
@@ -37,7 +40,8 @@ struct ParsedLine {
 void setSeparators(ParsedLine& l, const char* set)
 {
     memset(l.isSep, 0, sizeof l.isSep);
-    for (; set != nullptr && *set != '\0'; ++set) l.isSep[static_cast<unsigned char>(*set)] = true;
+    for (; set != nullptr && *set != '\0'; ++set)
+        l.isSep[static_cast<unsigned char>(*set)] = true;
 }
 
 inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
@@ -60,7 +64,8 @@ int hexValue(char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; }
 // for anything else behind a '%'. Stops at the NUL, never past it.
 bool addEscape(Field& f, const char*& p)
 {
-    if (!isxdigit(static_cast<unsigned char>(p[1])) || !isxdigit(static_cast<unsigned char>(p[2]))) return false;
+    if (!isxdigit(static_cast<unsigned char>(p[1])) || !isxdigit(static_cast<unsigned char>(p[2])))
+        return false;
     const char byte = static_cast<char>(hexValue(p[1]) * 16 + hexValue(p[2]));
     add(f, &byte, 1);
     p += 3;
@@ -73,14 +78,18 @@ int parseLine(const char* p, bool wantComment, ParsedLine& out)
     out.key.len = out.value.len = out.comment.len = 0;
     out.key.text[0] = out.value.text[0] = out.comment.text[0] = '\0';
     out.hasComment = false;
-    while (isBlank(*p)) ++p;
-    if (isEnd(*p) || isCommentSign(*p)) return -1;
+    while (isBlank(*p))
+        ++p;
+    if (isEnd(*p) || isCommentSign(*p))
+        return -1;
     if (*p == '[') { // the name runs to the first ']' that is no escape
         for (++p;;) {
             const char* run = p;
-            while (!isEnd(*p) && *p != '%' && *p != ']') ++p;
+            while (!isEnd(*p) && *p != '%' && *p != ']')
+                ++p;
             add(out.key, run, static_cast<size_t>(p - run));
-            if (*p == ']') break;
+            if (*p == ']')
+                break;
             if (*p != '%' || !addEscape(out.key, p))
                 return -1; // the line ends before ']', or a bad escape
         }
@@ -89,36 +98,47 @@ int parseLine(const char* p, bool wantComment, ParsedLine& out)
     }
 
     const char* sep = p; // the first separator byte of the line
-    while (!isEnd(*sep) && !isSep(out, *sep)) ++sep;
-    if (isEnd(*sep)) return -1;
+    while (!isEnd(*sep) && !isSep(out, *sep))
+        ++sep;
+    if (isEnd(*sep))
+        return -1;
     for (const char* k = p;;) { // the key: the first blank-free run
         const char* run = k;
-        while (!isBlank(*k) && !isEnd(*k) && *k != '%' && !isSep(out, *k)) ++k;
+        while (!isBlank(*k) && !isEnd(*k) && *k != '%' && !isSep(out, *k))
+            ++k;
         add(out.key, run, static_cast<size_t>(k - run));
-        if (*k != '%' || isSep(out, *k)) break;
-        if (!addEscape(out.key, k)) return -1;
+        if (*k != '%' || isSep(out, *k))
+            break;
+        if (!addEscape(out.key, k))
+            return -1;
     }
     out.key.len = strlen(out.key.text);
 
     const char* v = sep + 1;
-    while (isBlank(*v)) ++v;
+    while (isBlank(*v))
+        ++v;
     if (*v == '"' || *v == '\'') { // quoted: to the same quote or the NUL
         const char* end = v + 1;
-        while (*end != '\0' && *end != *v) ++end;
+        while (*end != '\0' && *end != *v)
+            ++end;
         add(out.value, v + 1, static_cast<size_t>(end - v - 1));
         v = *end != '\0' ? end + 1 : end;
     } else {
         const char* run = v;
-        while (!isBlank(*v) && !isEnd(*v) && !isCommentSign(*v)) ++v;
+        while (!isBlank(*v) && !isEnd(*v) && !isCommentSign(*v))
+            ++v;
         add(out.value, run, static_cast<size_t>(v - run));
     }
 
     if (wantComment) { // the comment: behind the next ';' or '#'
-        while (!isEnd(*v) && !isCommentSign(*v)) ++v;
+        while (!isEnd(*v) && !isCommentSign(*v))
+            ++v;
         const char* end = v;
-        while (!isEnd(*end)) ++end;
+        while (!isEnd(*end))
+            ++end;
         out.hasComment = !isEnd(*v);
-        if (out.hasComment) add(out.comment, v + 1, static_cast<size_t>(end - v - 1));
+        if (out.hasComment)
+            add(out.comment, v + 1, static_cast<size_t>(end - v - 1));
     }
     return 1;
 }
@@ -176,7 +196,8 @@ tConfGroup* readText(Reader& r, const char* text)
 {
     char line[kLineMax + 1];
     line[kLineMax] = '\0'; // strgets leaves a full line of 255 bytes unterminated
-    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;) readLine(r, line);
+    for (const char* pos = text; (pos = strgets(pos, line, kLineMax)) != nullptr;)
+        readLine(r, line);
     confSettle(r.group);
     return r.root;
 }
@@ -184,7 +205,8 @@ tConfGroup* readText(Reader& r, const char* text)
 void endLine(Reader& r)
 {
     r.cut[r.cutLen] = '\0';
-    if (r.inLine) readLine(r, r.cut);
+    if (r.inLine)
+        readLine(r, r.cut);
     r.cutLen = 0;
     r.inLine = false;
 }
@@ -200,7 +222,8 @@ void cutLines(Reader& r, const char* p, const char* end)
         memcpy(r.cut + r.cutLen, p, run < room ? run : room);
         r.cutLen += run < room ? run : room;
         r.inLine = r.inLine || run > 0;
-        if (e == end) return; // the line goes on in the next block
+        if (e == end)
+            return; // the line goes on in the next block
         r.ended = *e == '\0';
         endLine(r);
         p = e + 1;
@@ -210,14 +233,21 @@ void cutLines(Reader& r, const char* p, const char* end)
 // ---- Writer ---------------------------------------------------------------
 // Where the canonical text goes: nowhere but counted (buf null), into memory of
 // the counted size, or into a file (fd >= 0) through buf, up to a failed write.
-struct Out { char* buf; size_t len, cap; int fd; bool failed; };
+struct Out {
+    char* buf;
+    size_t len, cap;
+    int fd;
+    bool failed;
+};
 
 bool flushOut(Out& o)
 {
     for (size_t done = 0; done < o.len && !o.failed;) {
         const ssize_t w = write(o.fd, o.buf + done, o.len - done);
-        if (w > 0) done += static_cast<size_t>(w);
-        else if (w == 0 || errno != EINTR) o.failed = true;
+        if (w > 0)
+            done += static_cast<size_t>(w);
+        else if (w == 0 || errno != EINTR)
+            o.failed = true;
     }
     o.len = 0;
     return !o.failed;
@@ -225,9 +255,11 @@ bool flushOut(Out& o)
 
 void put(Out& o, const char* s, size_t n)
 {
-    if (o.buf == nullptr) o.len += n;
+    if (o.buf == nullptr)
+        o.len += n;
     while (o.buf != nullptr && n > 0) {
-        if (o.len == o.cap && (o.fd < 0 || !flushOut(o))) return;
+        if (o.len == o.cap && (o.fd < 0 || !flushOut(o)))
+            return;
         const size_t k = n < o.cap - o.len ? n : o.cap - o.len;
         memcpy(o.buf + o.len, s, k);
         o.len += k;
@@ -242,7 +274,8 @@ void putEscaped(Out& o, const char* s)
     for (;;) {
         const size_t run = strcspn(s, "[] ");
         put(o, s, run);
-        if (s[run] == '\0') return;
+        if (s[run] == '\0')
+            return;
         put(o, s[run] == '[' ? "%5B" : s[run] == ']' ? "%5D" : "%20", 3);
         s += run + 1;
     }
@@ -253,7 +286,8 @@ void putEscaped(Out& o, const char* s)
 void render(const tConfGroup* root, Out& o)
 {
     for (const tConfGroup* g = root; g != nullptr; g = g->next) {
-        if (g->name == nullptr || g->name[0] == '\0') continue;
+        if (g->name == nullptr || g->name[0] == '\0')
+            continue;
         put(o, "[", 1);
         putEscaped(o, g->name);
         put(o, "]\r\n", 3);
@@ -280,7 +314,8 @@ unsigned g_tempCount = 0;        // makes the names of temporary files unique
 bool writeTo(const tConfGroup* root, int fd)
 {
     Out o = {static_cast<char*>(malloc(kBlock)), 0, kBlock, fd, false};
-    if (o.buf != nullptr) render(root, o);
+    if (o.buf != nullptr)
+        render(root, o);
     const bool ok = o.buf != nullptr && !o.failed && flushOut(o);
     free(o.buf);
     return ok;
@@ -289,8 +324,10 @@ bool writeTo(const tConfGroup* root, int fd)
 // Ends a failed read or write: closes fd, removes temp, sets the code.
 int failed(int code, int fd = -1, const char* temp = nullptr)
 {
-    if (fd >= 0) close(fd);
-    if (temp != nullptr) unlink(temp);
+    if (fd >= 0)
+        close(fd);
+    if (temp != nullptr)
+        unlink(temp);
     vFILE_Errno = code;
     return -1;
 }
@@ -311,19 +348,23 @@ bool splitPath(const char* path, char* dir, const char** base)
 // links has it. False for a refused link, a loop or a path too long.
 bool resolveTarget(const char* path, char* target)
 {
-    if (snprintf(target, PATH_MAX, "%s", path) >= PATH_MAX) return false;
+    if (snprintf(target, PATH_MAX, "%s", path) >= PATH_MAX)
+        return false;
     for (int hops = 0; hops < 40; ++hops) {
         struct stat link, parent;
         char dir[PATH_MAX], to[PATH_MAX];
         const char* base;
-        if (lstat(target, &link) != 0 || !S_ISLNK(link.st_mode)) return true;
-        if (!splitPath(target, dir, &base) || stat(dir, &parent) != 0) return false;
+        if (lstat(target, &link) != 0 || !S_ISLNK(link.st_mode))
+            return true;
+        if (!splitPath(target, dir, &base) || stat(dir, &parent) != 0)
+            return false;
         // On purpose this rule holds whatever fs.protected_symlinks says: a planted link never redirects the write.
         if ((parent.st_mode & (S_ISVTX | S_IWOTH)) == (S_ISVTX | S_IWOTH) && link.st_uid != geteuid() &&
             link.st_uid != parent.st_uid)
             return false;
         const ssize_t n = readlink(target, to, sizeof to);
-        if (n <= 0 || n >= PATH_MAX) return false;
+        if (n <= 0 || n >= PATH_MAX)
+            return false;
         to[n] = '\0';
         if (snprintf(target, PATH_MAX, "%s%s%s", to[0] == '/' ? "" : dir, to[0] == '/' ? "" : "/", to) >= PATH_MAX)
             return false;
@@ -342,7 +383,8 @@ int createTemp(const char* dir, const char* base, mode_t mode, char* name)
             return -1;
         }
         const int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        if (fd >= 0 || errno != EEXIST) return fd;
+        if (fd >= 0 || errno != EEXIST)
+            return fd;
     }
     errno = EEXIST;
     return -1;
@@ -354,7 +396,8 @@ int writeInPlace(const tConfGroup* root, const char* target, int fd, bool regula
 {
     if (fd < 0 && (fd = open(target, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666)) < 0)
         return failed(MFILE_ERR_OPEN);
-    if ((regular && ftruncate(fd, 0) != 0) || !writeTo(root, fd)) return failed(MFILE_ERR_IO, fd);
+    if ((regular && ftruncate(fd, 0) != 0) || !writeTo(root, fd))
+        return failed(MFILE_ERR_IO, fd);
     close(fd);
     vFILE_Errno = MFILE_OK;
     return 0;
@@ -368,14 +411,17 @@ int replaceFile(const tConfGroup* root, const char* path)
     char target[PATH_MAX], dir[PATH_MAX], temp[PATH_MAX];
     const char* base;
     struct stat old;
-    if (!resolveTarget(path, target) || !splitPath(target, dir, &base)) return failed(MFILE_ERR_OPEN);
+    if (!resolveTarget(path, target) || !splitPath(target, dir, &base))
+        return failed(MFILE_ERR_OPEN);
     // A replacement does no more than an in-place write could: the caller must
     // be able to open the file for writing, as the kernel decides (root passes
     // the permission bits, so root replaces a 0444 file as its in-place write
     // would rewrite it). An in-place write uses this descriptor, to that file.
     const int fd = open(target, O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0 && errno != ENOENT) return failed(MFILE_ERR_OPEN);
-    if (fd >= 0 && fstat(fd, &old) != 0) return failed(MFILE_ERR_OPEN, fd);
+    if (fd < 0 && errno != ENOENT)
+        return failed(MFILE_ERR_OPEN);
+    if (fd >= 0 && fstat(fd, &old) != 0)
+        return failed(MFILE_ERR_OPEN, fd);
     // Something that is no plain file (a device, a pipe) must not be swapped
     // for one, and a file with several hard links would lose them.
     if (fd >= 0 && (!S_ISREG(old.st_mode) || old.st_nlink > 1))
@@ -394,7 +440,8 @@ int replaceFile(const tConfGroup* root, const char* path)
         return writeInPlace(root, target, fd, true);
     }
     const bool written = writeTo(root, tfd) && fsync(tfd) == 0;
-    if (close(tfd) != 0 || !written) return failed(MFILE_ERR_IO, fd, temp);
+    if (close(tfd) != 0 || !written)
+        return failed(MFILE_ERR_IO, fd, temp);
     if (rename(temp, target) != 0) {
         const int err = errno;
         unlink(temp);
@@ -402,7 +449,8 @@ int replaceFile(const tConfGroup* root, const char* path)
         // On purpose no in-place write after any other failure (a full disk, I/O): it would truncate the old file.
         return err == EBUSY || err == EXDEV ? writeInPlace(root, target, fd, true) : failed(MFILE_ERR_IO, fd);
     }
-    if (fd >= 0) close(fd);
+    if (fd >= 0)
+        close(fd);
     const int dfd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd >= 0) { // some file systems cannot sync a directory; the rename stands anyway
         (void)fsync(dfd);
@@ -416,15 +464,21 @@ int replaceFile(const tConfGroup* root, const char* path)
 
 int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, const char* separators)
 {
-    if (key != nullptr) *key = nullptr;
-    if (value != nullptr) *value = nullptr;
-    if (comment != nullptr) *comment = nullptr;
-    if (line == nullptr || key == nullptr || value == nullptr) return -1;
+    if (key != nullptr)
+        *key = nullptr;
+    if (value != nullptr)
+        *value = nullptr;
+    if (comment != nullptr)
+        *comment = nullptr;
+    if (line == nullptr || key == nullptr || value == nullptr)
+        return -1;
     ParsedLine parsed;
     setSeparators(parsed, separators);
     const int kind = parseLine(line, comment != nullptr, parsed);
-    if (kind < 0 || (*key = heapCopy(parsed.key)) == nullptr) return -1;
-    if (kind == 0) return 0;
+    if (kind < 0 || (*key = heapCopy(parsed.key)) == nullptr)
+        return -1;
+    if (kind == 0)
+        return 0;
     *value = heapCopy(parsed.value);
     char* c = parsed.hasComment ? heapCopy(parsed.comment) : nullptr;
     if (*value == nullptr || (parsed.hasComment && c == nullptr)) {
@@ -434,7 +488,8 @@ int mCONF_ParseLine(const char* line, char** key, char** value, char** comment, 
         *key = *value = nullptr;
         return -1;
     }
-    if (comment != nullptr) *comment = c;
+    if (comment != nullptr)
+        *comment = c;
     return 1;
 }
 
@@ -447,7 +502,8 @@ tConfGroup* mCONF_BufRead(const char* text)
 tConfGroup* readBuf(const char* text, const char* groupName)
 {
     Reader r;
-    if (!startReader(r)) return nullptr;
+    if (!startReader(r))
+        return nullptr;
     r.oneGroup = true;
     r.name = groupName;
     r.group = groupName != nullptr ? mCONF_AddGroup(r.root, groupName) : r.root;
@@ -473,13 +529,17 @@ tConfGroup* mCONF_FileRead(const char* path)
     // the one mCONF_BufRead gives for the whole text, which never has to fit
     // in memory beside it.
     struct stat st;
-    if (path == nullptr || stat(path, &st) != 0) return failed(MFILE_ERR_OPEN), nullptr;
-    if (st.st_size >= INT32_MAX) return failed(MFILE_ERR_NOMEM), nullptr; // sizes are 32-bit in this library
+    if (path == nullptr || stat(path, &st) != 0)
+        return failed(MFILE_ERR_OPEN), nullptr;
+    if (st.st_size >= INT32_MAX)
+        return failed(MFILE_ERR_NOMEM), nullptr; // sizes are 32-bit in this library
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return failed(MFILE_ERR_OPEN), nullptr;
+    if (fd < 0)
+        return failed(MFILE_ERR_OPEN), nullptr;
     // As mFILE_Read: what the file holds now, but no more than at the stat.
     off_t left = st.st_size;
-    if (fstat(fd, &st) == 0 && st.st_size < left) left = st.st_size;
+    if (fstat(fd, &st) == 0 && st.st_size < left)
+        left = st.st_size;
     Reader r;
     char* block = static_cast<char*>(malloc(kBlock + 1));
     int code = startReader(r) && block != nullptr ? MFILE_OK : MFILE_ERR_NOMEM;
@@ -493,9 +553,11 @@ tConfGroup* mCONF_FileRead(const char* path)
     }
     free(block);
     close(fd);
-    if (code == MFILE_OK && !r.ended) endLine(r);
+    if (code == MFILE_OK && !r.ended)
+        endLine(r);
     confSettle(r.group);
-    if (code != MFILE_OK) mCONF_Free(r.root);
+    if (code != MFILE_OK)
+        mCONF_Free(r.root);
     vFILE_Errno = code;
     return code == MFILE_OK ? r.root : nullptr;
 }
