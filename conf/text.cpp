@@ -186,7 +186,7 @@ void readLine(Reader& r, const char* text)
         r.name = static_cast<const char*>(memcpy(r.head, l.key.text, l.key.len + 1));
         r.group = mCONF_AddGroup(r.root, r.name);
     } else if (kind == 1 && r.group != nullptr)
-        confAppendItem(r.group, l.key.text, l.key.len, l.value.text, l.value.len, comment, l.comment.len);
+        confAppendItem(r.group, l.key.text, l.key.len, l.value.text, comment);
     else if (kind == 1) // the group could not be made: try again by its name
         mCONF_SetValue(r.root, r.name, l.key.text, l.value.text, comment);
 }
