@@ -16,11 +16,9 @@ tConfGroup* mCONF_AddGroup(tConfGroup* root, const char* name);
 // null group/key/value or when memory runs out.
 tConfItem* mCONF_AddItem(tConfGroup* group, const char* key, const char* value, const char* comment);
 
-// The reader's way in, for a group of a store: appends an item (texts of the
-// given lengths) to the group's pending items, unchecked; confSettle adds
-// them in order as mCONF_AddItem would, which costs a large group less.
-tConfItem* confAppendItem(tConfGroup* group, const char* key, size_t keyLen, const char* value, size_t valueLen,
-                          const char* comment, size_t commentLen);
+// The reader's way in: queues an item (its key of keyLen bytes) on a group that is there; confSettle adds
+// the queued items in order as mCONF_AddItem would, which costs a large group less.
+void confAppendItem(tConfGroup* group, const char* key, size_t keyLen, const char* value, const char* comment);
 void confSettle(tConfGroup* group);
 
 #endif // VX_CONF_CONFSTORE_H
