@@ -311,18 +311,9 @@ void confAppendItem(tConfGroup* group, const char* key, size_t keyLen, const cha
 
 void confSettle(tConfGroup* group)
 {
-    for (tConfItem *it = group != nullptr ? group->index->pending : nullptr, *end; it != nullptr; it = end) {
-        // By batches whose table slots are fetched first: in a large table
-        // each is a cache miss, and so they overlap.
-        const Table& t = group->index->items;
-        end = it;
-        for (int n = 0; end != nullptr && n < 16; end = end->next, ++n)
-            if (t.slots != nullptr)
-                __builtin_prefetch(&t.slots[hashText(end->key, strlen(end->key)) & t.mask]);
-        for (tConfItem* next; it != end; it = next) {
-            next = it->next;
-            addItem(group, it->key, strlen(it->key), it->value, it->comment, it);
-        }
+    for (tConfItem *it = group != nullptr ? group->index->pending : nullptr, *next; it != nullptr; it = next) {
+        next = it->next;
+        addItem(group, it->key, strlen(it->key), it->value, it->comment, it);
     }
     if (group != nullptr)
         group->index->pending = nullptr;
