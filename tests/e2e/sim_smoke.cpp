@@ -113,12 +113,8 @@ TEST(SimSmoke, EachModeAndTheEnd)
         {{"vxsim"}, "1 a service is running on /tmp/vx/vxRxSock (use --force to take it over)"},
         {{"vxsim", "--record", "/tmp/vx/no/rec"}, "1 cannot open record file /tmp/vx/no/rec"},
         {{"vxsim", "--bogus"}, "2 unknown option '--bogus'"},
-        {{"vxsim", "-x"}, "2 unknown option '-x'"},
         {{"vxsim", "--delay", "x"}, "2 bad --delay 'x'"},
-        {{"vxsim", "--first-channel", "-1"}, "2 bad --first"},
-        {{"vxsim", "--record", ""}, "2 --record needs a file name"},
         {{"vxsim", "--delay"}, "2 option --delay needs an argument"},
-        {{"vxsim", "x"}, "2 unexpected argument 'x'"},
         {{"vxsim", "--help"}, "0 "}};
     for (const auto& [argv, want] : runs) {
         const Child::Result r = Child(argv).wait();

@@ -170,8 +170,6 @@ TEST(ShellParsers, CommandLine)
         parse_cmdline(static_cast<int>(args.size()), cStrings(args).data());
         EXPECT_EQ(o.value(), o.want) << args[1];
     }
-    char eleven[] = "1,2,3,4,5,6,7,8,9,10,11";
-    EXPECT_EQ(CheckToneParam(eleven), 11);
     vxResetParams();
 }
 
