@@ -14,6 +14,7 @@
 #include <netinet/in.h>
 
 namespace {
+
 std::mutex g_mu; // the key script's thread runs commands too
 std::string g_ran, g_paused;
 std::string ran()
@@ -21,32 +22,13 @@ std::string ran()
     std::lock_guard<std::mutex> l(g_mu);
     return g_ran;
 }
-} // namespace
-
-int vxRunShellCommand(const char* cmd)
-{
-    std::lock_guard<std::mutex> l(g_mu);
-    g_ran += std::string(cmd) + "|";
-    return 0;
-}
-int vxScriptPause(uint32_t ms)
-{
-    g_paused += std::to_string(ms) + " ";
-    return 0;
-}
-
-namespace {
 
 #define I(expr) [] { return std::to_string(expr); }
 #define S(expr) [] { return std::string(expr); }
 
 // The command line from the defaults: what one run parameter (or a sum of
 // them) is afterwards.
-const struct {
-    std::vector<std::string> args;
-    std::string (*value)();
-    std::string want;
-} kOptions[] = {
+const std::tuple<std::vector<std::string>, std::string (*)(), std::string> kOptions[] = {
     {{"-p", "9100", "-r", "9300"}, I(g_localPort + g_remotePort), "18400"},
     {{"-r", "9300", "-p", "9100"}, I(g_remotePort), "9200"},
     {{"-p", "12x", "-c", "2"}, I(g_localPort + g_audioCodec + g_nRepeatCnt), "16"},
@@ -108,13 +90,7 @@ const std::pair<const char*, const char*> kTokens[] = {
 };
 
 // A key list into a buffer of `size`: its text, tokens and tokens left out.
-const struct {
-    std::string keys;
-    uint16_t delay;
-    int size;
-    const char* text;
-    int tokens, leftOut;
-} kLists[] = {
+const std::tuple<std::string, uint16_t, int, const char*, int, int> kLists[] = {
     {"1,4", 200, 400, "key 1; usleep 200000; key 4; usleep 200000", 2, 0},
     {"1,bad,2", 1, 400, "key 1; usleep 1000; key 1; usleep 1000; key 2; usleep 1000", 3, 0},
     {"bad,1", 200, 400, "; usleep 200000; key 1; usleep 200000", 2, 0},
@@ -128,47 +104,82 @@ const struct {
 
 // A relay datagram (see relayDatagram): result, files played, commands run
 // (each followed by '|'), pauses between groups, and a text of the log.
-const struct {
-    std::string datagram;
-    int result;
-    const char* played;
-    const char* ran;
-    const char* paused;
-    const char* logged = "";
-} kDatagrams[] = {
+const std::tuple<std::string, int, const char*, const char*, const char*, const char*> kDatagrams[] = {
     {"@2:0:2:65535/65535/1,2|65535/0/s", 1, "", "key 1; usleep 30000000; key 2; usleep 30000000|key spk; usleep 0|",
      "0 ", "PLAY_KEYEVENT pauses cut to 30 s each and 60 s in all."},
     {"@2:0:3:1/30001/1|1/40000/2|1/0/3", 1, "", "key 1; usleep 1000|key 2; usleep 1000|key 3; usleep 0|",
      "30000 29998 ", "cut to 30 s"},
     {"@2:0:1:0/0/x\x1b[2J\r\n", 1, "", "", "", "group[0] <x\\x1b[2J\\x0d\\x0a> holds no valid key list"},
-    {"@10:0:2:03|29", 1, "/sound/tone_0_3.wav /sound/tone_2_9.wav ", "", ""},
-    {"@10:0:3:11|12", 1, "/sound/tone_1_1.wav /sound/tone_1_2.wav ", "", ""},
-    {"@10:1:2:11|12", 1, "", "", ""},
-    {"@10:0:-5:11", 1, "", "", ""},
-    {"@2:0:2:200/50/1,2|100/7/s", 1, "", "key 1; usleep 200000; key 2; usleep 200000|key spk; usleep 100000|", "50 "},
-    {"@2:0:3:1/5/1|1/6/2", 1, "", "key 1; usleep 1000|key 2; usleep 1000|", "5 "},
-    {"@2:1:1:200/0/1", 1, "", "", ""},
-    {"@2:0:2:1/9/x;reboot|1/0/d$(x)", 1, "", "", "9 "},
-    {"@2:0:1:0/0/" + std::string(99, '1'), 1, "", "key 1; usleep 0|", ""},
-    {"@2:0:1:0/0/1," + std::string(120, '2'), 1, "", "key 1; usleep 0; key 2; usleep 0|", ""},
+    {"@10:0:2:03|29", 1, "/sound/tone_0_3.wav /sound/tone_2_9.wav ", "", "", ""},
+    {"@10:0:3:11|12", 1, "/sound/tone_1_1.wav /sound/tone_1_2.wav ", "", "", ""},
+    {"@10:1:2:11|12", 1, "", "", "", ""},
+    {"@10:0:-5:11", 1, "", "", "", ""},
+    {"@2:0:2:200/50/1,2|100/7/s", 1, "", "key 1; usleep 200000; key 2; usleep 200000|key spk; usleep 100000|", "50 ",
+     ""},
+    {"@2:0:3:1/5/1|1/6/2", 1, "", "key 1; usleep 1000|key 2; usleep 1000|", "5 ", ""},
+    {"@2:1:1:200/0/1", 1, "", "", "", ""},
+    {"@2:0:2:1/9/x;reboot|1/0/d$(x)", 1, "", "", "9 ", ""},
+    {"@2:0:1:0/0/" + std::string(99, '1'), 1, "", "key 1; usleep 0|", "", ""},
+    {"@2:0:1:0/0/1," + std::string(120, '2'), 1, "", "key 1; usleep 0; key 2; usleep 0|", "", ""},
     {"@2:0:1:0/0/1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1,1",
-     1, "", "", ""},
-    {std::string("\0\2\0\0\0", 5), 1, "", "", ""},
-    {std::string("\0", 1), 1, "", "", ""},
-    {"@1", 1, "", "", ""},
-    {"@99", 0, "", "", ""},
+     1, "", "", "", ""},
+    {std::string("\0\2\0\0\0", 5), 1, "", "", "", ""},
+    {std::string("\0", 1), 1, "", "", "", ""},
+    {"@1", 1, "", "", "", ""},
+    {"@99", 0, "", "", "", ""},
 };
 
 } // namespace
 
-TEST(ShellParsers, CommandLine)
+int vxRunShellCommand(const char* cmd)
 {
-    for (const auto& o : kOptions) {
+    std::lock_guard<std::mutex> l(g_mu);
+    g_ran += std::string(cmd) + "|";
+    return 0;
+}
+int vxScriptPause(uint32_t ms)
+{
+    g_paused += std::to_string(ms) + " ";
+    return 0;
+}
+
+TEST(ShellParsers, CommandLineAndPlans)
+{
+    // Repeat and the six times of -T: the first and second wait, and the stop.
+    const std::tuple<int, int, int, int, int, int, int, const char*> plans[] = {
+        {-1, 0, 0, 0, 0, 0, 0, "5000 0 1 "},
+        {2, 100, 100, 50, 50, 0, 0, "5000 0 1 "},
+        {1, 100, 100, 50, 50, 0, 0, "300 700 0 "},
+        {0, 250, 250, 250, 250, 0, 0, "1000 0 0 "},
+        {1, 1000, 1000, 1000, 1000, 500, 501, "5000 0 1 "},
+        {1, 1000, 1000, 1000, 1000, 500, 500, "5000 0 0 "},
+        {0, -1, -1, -1, -1, -1, -1, "0 1000 0 "},
+    };
+    for (const auto& p : plans) {
+        std::tie(g_ToneRepeat, g_Tone1OnTime, g_Tone1OffTime, g_Tone2OnTime, g_Tone2OffTime, g_Tone3OnTime,
+                 g_Tone3OffTime, std::ignore) = p;
+        const tToneWaitPlan got = vxExtendedTonePlan();
+        EXPECT_EQ(seq({got.firstMs, got.secondMs, got.stop}), std::get<7>(p)) << g_ToneRepeat << " " << g_Tone1OnTime;
+    }
+    // The wave test's play for a draw: type, repeat, pause and its step, path.
+    const std::pair<int, const char*> picks[] = {{0, "0 1 3000 0 /sound/ring1.wav"},
+                                                 {20, "0 1 3000 0 /sound/ring3.wav"},
+                                                 {5, "1 0 1000 0 /sound/msg_1.wav"},
+                                                 {17, "2 0 150 20 /sound/tone_1_7.wav"}};
+    g_iKeyType = 1;
+    for (const auto& [r, want] : picks) {
+        char path[128];
+        int repeat, pause, step;
+        const int type = vxWavTestPick(r, path, sizeof path, &repeat, &pause, &step);
+        EXPECT_EQ(seq({type, repeat, pause, step}) + path, want);
+    }
+    EXPECT_EQ(seq({vxRecRandWait(500, 5000, 250), vxRecRandWait(0, 100, 199), vxRecRandWait(INT32_MIN, INT32_MAX, 99)}),
+              seq({2250, 99, INT32_MAX}));
+    for (auto [args, value, want] : kOptions) {
         vxResetParams();
-        std::vector<std::string> args = o.args;
         args.insert(args.begin(), "vxShell");
         parse_cmdline(static_cast<int>(args.size()), cStrings(args).data());
-        EXPECT_EQ(o.value(), o.want) << args[1];
+        EXPECT_EQ(value(), want) << args[1];
     }
     vxResetParams();
 }
@@ -181,15 +192,15 @@ TEST(ShellParsers, KeyTokensAndLists)
         EXPECT_STREQ(dst, text) << token;
         EXPECT_EQ(vxIsKeyToken(token), *text != '-') << token;
     }
-    for (const auto& l : kLists) {
-        std::string keys = l.keys;
-        std::vector<char> dst(static_cast<size_t>(l.size) + 8, 'z');
+    for (const auto& [keys, delay, size, text, tokens, wantLeftOut] : kLists) {
+        std::string cut = keys; // the list is cut up in place
+        std::vector<char> dst(static_cast<size_t>(size) + 8, 'z');
         strcpy(dst.data(), "-");
         int leftOut = -1;
-        EXPECT_EQ(getKeyEventString(dst.data(), keys.data(), l.delay, l.size, &leftOut), l.tokens) << l.keys;
-        EXPECT_STREQ(dst.data(), l.text) << l.keys;
-        EXPECT_EQ(leftOut, l.leftOut) << l.keys;
-        EXPECT_EQ(dst[static_cast<size_t>(l.size)], 'z') << "written past the end";
+        EXPECT_EQ(getKeyEventString(dst.data(), cut.data(), delay, size, &leftOut), tokens) << keys;
+        EXPECT_STREQ(dst.data(), text) << keys;
+        EXPECT_EQ(leftOut, wantLeftOut) << keys;
+        EXPECT_EQ(dst[static_cast<size_t>(size)], 'z') << "written past the end";
     }
     const std::pair<const char*, int> safe[] = {{"1,4,*", 1}, {"d12_a-B,s", 1}, {"d1;rm", 0}, {"x", 0}, {"", 1}};
     for (const auto& [keys, want] : safe)
@@ -203,33 +214,43 @@ TEST(ShellParsers, KeyTokensAndLists)
                   std::to_string(ev.groups[i].stepDelayMs);
     EXPECT_EQ(script, "0 2000 1,2/200/2000 1,4/200/1500 1,2,3,4,5,6,7,8,9,0,*/200/3000 "
                       "1,2,3,4,5,6,7,8,9,0,*/200/3000 1,2,3,4,5,6,7,8,9,0,*/200/3000 s/200/3000");
+    // A repeated script runs pass after pass, each with its time line, until
+    // its word is cleared.
+    g_PlayKeyEvent = {1, 1, {{"1,#", 1, 0}}, 0};
+    g_bTestKeyEvent = 1;
+    g_ran.clear();
+    std::thread runner([] { TestKeyEventThread(nullptr); });
+    const std::string pass = "key 1; usleep 1000; key '#'; usleep 1000|";
+    EXPECT_TRUE(waitUntil([&] { return ran().size() >= 2 * pass.size(); }, 5000));
+    g_bTestKeyEvent = 0;
+    runner.join();
+    EXPECT_EQ(ran().substr(0, 2 * pass.size()), pass + pass);
 }
 
-TEST(ShellParsers, RelayDatagramsAndPresetTones)
+TEST(ShellParsers, RelayDatagramsPresetTonesAndSocket)
 {
     FakeService svc;
     g_regi_sock = registApplication("relay", 0, -1, "127.0.0.1");
     g_regi_channel = 4;
     ASSERT_TRUE(svc.waitFor(1));
-    for (const auto& d : kDatagrams) {
+    for (const auto& [datagram, result, wantPlayed, wantRan, wantPaused, logged] : kDatagrams) {
         svc.clear();
         g_ran.clear();
         g_paused.clear();
-        const std::string bytes = d.datagram[0] == '@' ? relayDatagram(d.datagram) : d.datagram;
+        const std::string bytes = datagram[0] == '@' ? relayDatagram(datagram) : datagram;
         testing::internal::CaptureStdout();
-        EXPECT_EQ(vxReqReqHandler(reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size())), d.result)
-            << d.datagram;
+        EXPECT_EQ(vxReqReqHandler(reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size())), result)
+            << datagram;
         fflush(stdout);
-        EXPECT_NE(testing::internal::GetCapturedStdout().find(d.logged), std::string::npos) << d.datagram;
-        svc.waitFor(static_cast<size_t>(std::count(d.played, d.played + strlen(d.played), ' ')), 1000);
+        EXPECT_NE(testing::internal::GetCapturedStdout().find(logged), std::string::npos) << datagram;
+        svc.waitFor(static_cast<size_t>(std::count(wantPlayed, wantPlayed + strlen(wantPlayed), ' ')), 1000);
         std::string played;
         for (const Datagram& r : svc.received())
             played += r.text(120, 128) + " ";
-        EXPECT_EQ(played, d.played) << d.datagram;
-        EXPECT_EQ(g_ran, d.ran) << d.datagram;
-        EXPECT_EQ(g_paused, d.paused) << d.datagram;
+        EXPECT_EQ(played, wantPlayed) << datagram;
+        EXPECT_EQ(g_ran, wantRan) << datagram;
+        EXPECT_EQ(g_paused, wantPaused) << datagram;
     }
-    svc.clear();
     // Preset 1 as it is; preset 7 repeats as often as -c says; 9 is none.
     // The dual tones by kind and length; 11 is none.
     g_nRepeatCnt = 3;
@@ -250,14 +271,9 @@ TEST(ShellParsers, RelayDatagramsAndPresetTones)
     msleep_rec(50);
     msleep_rec_rand(0, 0);
     EXPECT_EQ(svc.received().size(), 6u);
-    vxResetParams();
-}
-
-// The listener's socket: bound once per port, a send to it arrives, a bad
-// address is refused; the thread ends at once without its port or its
-// registration.
-TEST(ShellParsers, RelaySocket)
-{
+    // The listener's socket: bound once per port, a send to it arrives, a bad
+    // address is refused; the thread ends at once without its port or its
+    // registration.
     const int a = Create_UDP_SOCK("127.0.0.1", 0);
     sockaddr_in at{};
     socklen_t len = sizeof at;
@@ -276,61 +292,5 @@ TEST(ShellParsers, RelaySocket)
         EXPECT_EQ(g_vx_RelayThId, 0);
     }
     close(a);
-    vxResetParams();
-}
-
-// A repeated script runs pass after pass, each with its time line, until
-// its word is cleared.
-TEST(ShellParsers, RepeatedKeyScript)
-{
-    g_PlayKeyEvent = {1, 1, {{"1,#", 1, 0}}, 0};
-    g_bTestKeyEvent = 1;
-    g_ran.clear();
-    std::thread script([] { TestKeyEventThread(nullptr); });
-    const std::string pass = "key 1; usleep 1000; key '#'; usleep 1000|";
-    EXPECT_TRUE(waitUntil([&] { return ran().size() >= 2 * pass.size(); }, 5000));
-    g_bTestKeyEvent = 0;
-    script.join();
-    EXPECT_EQ(ran().substr(0, 2 * pass.size()), pass + pass);
-}
-
-TEST(ShellParsers, TonePlansAndTestDraws)
-{
-    // Repeat and the six times of -T: the first and second wait, and the stop.
-    const struct {
-        int repeat, times[6];
-        const char* plan;
-    } plans[] = {
-        {-1, {0, 0, 0, 0, 0, 0}, "5000 0 1 "},
-        {2, {100, 100, 50, 50, 0, 0}, "5000 0 1 "},
-        {1, {100, 100, 50, 50, 0, 0}, "300 700 0 "},
-        {0, {250, 250, 250, 250, 0, 0}, "1000 0 0 "},
-        {1, {1000, 1000, 1000, 1000, 500, 501}, "5000 0 1 "},
-        {1, {1000, 1000, 1000, 1000, 500, 500}, "5000 0 0 "},
-        {0, {-1, -1, -1, -1, -1, -1}, "0 1000 0 "},
-    };
-    for (const auto& p : plans) {
-        g_ToneRepeat = p.repeat;
-        int* const slots[6] = {&g_Tone1OnTime,  &g_Tone1OffTime, &g_Tone2OnTime,
-                               &g_Tone2OffTime, &g_Tone3OnTime,  &g_Tone3OffTime};
-        for (int i = 0; i < 6; ++i)
-            *slots[i] = p.times[i];
-        const tToneWaitPlan got = vxExtendedTonePlan();
-        EXPECT_EQ(seq({got.firstMs, got.secondMs, got.stop}), p.plan) << p.repeat << " " << p.times[0];
-    }
-    // The wave test's play for a draw: type, repeat, pause and its step, path.
-    const std::pair<int, const char*> picks[] = {{0, "0 1 3000 0 /sound/ring1.wav"},
-                                                 {20, "0 1 3000 0 /sound/ring3.wav"},
-                                                 {5, "1 0 1000 0 /sound/msg_1.wav"},
-                                                 {17, "2 0 150 20 /sound/tone_1_7.wav"}};
-    g_iKeyType = 1;
-    for (const auto& [r, want] : picks) {
-        char path[128];
-        int repeat, pause, step;
-        const int type = vxWavTestPick(r, path, sizeof path, &repeat, &pause, &step);
-        EXPECT_EQ(seq({type, repeat, pause, step}) + path, want);
-    }
-    EXPECT_EQ(seq({vxRecRandWait(500, 5000, 250), vxRecRandWait(0, 100, 199), vxRecRandWait(INT32_MIN, INT32_MAX, 99)}),
-              seq({2250, 99, INT32_MAX}));
     vxResetParams();
 }
