@@ -40,7 +40,7 @@ std::string captured(const std::function<void()>& fn)
 
 } // namespace
 
-TEST(ConfStore, LookupsUpdatesAndCommand)
+TEST(ConfStore, LookupsUpdatesTypedReadsAndIndex)
 {
     tConfGroup* root = mCONF_New();
     EXPECT_EQ(mCONF_GetGroup(root, nullptr), root);
@@ -49,22 +49,19 @@ TEST(ConfStore, LookupsUpdatesAndCommand)
     tConfItem* first = mCONF_SetValue(root, "g", "a", "1", "first");
     mCONF_SetValue(root, "g", "b", "2", nullptr);
     EXPECT_EQ(mCONF_SetValue(root, "g", "a", mCONF_GetValue(root, "g", "b"), "second"), first);
-    mCONF_SetValue(root, "COMMAND", "x", "1", nullptr);
-    mCONF_SetValue(root, "COMMAND", "x", "2", nullptr);
-    mCONF_SetValue(root, "command", "x", "1", nullptr);
-    mCONF_SetValue(root, "command", "x", "2", nullptr);
-    EXPECT_EQ(items(root), "r=0 ");
-    EXPECT_EQ(items(mCONF_GetGroup(root, "g")), "a=2;first b=2 ");
-    EXPECT_EQ(items(mCONF_GetGroup(root, "COMMAND")), "x=1 x=2 ");
-    EXPECT_EQ(items(mCONF_GetGroup(root, "command")), "x=2 ");
+    for (const char* g : {"COMMAND", "command"})
+        for (const char* v : {"1", "2"})
+            mCONF_SetValue(root, g, "x", v, nullptr);
+    EXPECT_EQ(items(root) + "| " + items(mCONF_GetGroup(root, "g")) + "| " + items(mCONF_GetGroup(root, "COMMAND")) +
+                  "| " + items(mCONF_GetGroup(root, "command")),
+              "r=0 | a=2;first b=2 | x=1 x=2 | x=2 ");
     EXPECT_STREQ(mCONF_GetItem(mCONF_GetGroup(root, "COMMAND"), "x")->value, "1");
     // A null key or value still makes the group, and gives null.
     EXPECT_EQ(mCONF_SetValue(root, "made", nullptr, "v", nullptr), nullptr);
     EXPECT_NE(mCONF_GetGroup(root, "made"), nullptr);
-    EXPECT_EQ(mCONF_GetGroup(root, "G"), nullptr);
-    EXPECT_EQ(mCONF_SetValue(nullptr, "g", "k", "v", nullptr), nullptr);
-    EXPECT_EQ(mCONF_GetItem(nullptr, "k"), nullptr);
-    EXPECT_EQ(mCONF_GetValue(root, "g", nullptr), nullptr);
+    EXPECT_EQ(std::vector<const void*>({mCONF_GetGroup(root, "G"), mCONF_SetValue(nullptr, "g", "k", "v", nullptr),
+                                        mCONF_GetItem(nullptr, "k"), mCONF_GetValue(root, "g", nullptr)}),
+              std::vector<const void*>(4, nullptr));
     EXPECT_EQ(captured([&] { printAllItemOfGroup(root, "g"); }), "group:g\n\t a=2\n\t b=2\n");
     EXPECT_EQ(captured([&] { EXPECT_EQ(printAllItemOfGroup(root, "none"), 0); }), "");
     mCONF_Free(root);
@@ -84,12 +81,7 @@ TEST(ConfStore, LookupsUpdatesAndCommand)
     EXPECT_EQ(mCONF_AddGroup(a, "b"), mCONF_GetGroup(root, "b"));
     EXPECT_EQ(mCONF_GetGroup(root, "c"), c);
     EXPECT_EQ(mCONF_GetGroup(c, "a"), nullptr) << "a lookup from a later group walks from there";
-    mCONF_Free(root);
-}
-
-TEST(ConfStore, TypedReads)
-{
-    tConfGroup* root = mCONF_New();
+    // Typed reads.
     mCONF_SetValueInt(root, "g", "min", INT_MIN, nullptr);
     EXPECT_STREQ(mCONF_GetValue(root, "g", "min"), "-2147483648");
     mCONF_SetValue(root, "g", "n", "12abc", nullptr);
@@ -109,27 +101,18 @@ TEST(ConfStore, TypedReads)
     EXPECT_STREQ(mCONF_GetStrValue(root, "g", "n", dst, "def"), "12abc");
     EXPECT_STREQ(mCONF_GetStrValue(root, "g", "x", dst, "def"), "def");
     EXPECT_EQ(mCONF_GetStrValue(root, "g", "x", dst, nullptr), nullptr);
-    mCONF_Free(root);
-}
-
-// The index gives exactly what a plain model says, through seeded random
-// sets across the size where a group goes from scanning to hashing.
-TEST(ConfStore, IndexAgreesWithAModel)
-{
+    // The index gives exactly what a plain model says, through seeded random
+    // sets across the size where a group goes from scanning to hashing.
     std::mt19937 rng(7);
-    tConfGroup* root = mCONF_New();
     std::map<std::string, std::map<std::string, std::string>> model;
     for (int op = 0; op < 30000; ++op) {
         const std::string g = "g" + std::to_string(rng() % 300), k = "k" + std::to_string(rng() % 2000);
-        mCONF_SetValue(root, g.c_str(), k.c_str(), std::to_string(op).c_str(), nullptr);
-        model[g][k] = std::to_string(op);
+        mCONF_SetValue(root, g.c_str(), k.c_str(), (model[g][k] = std::to_string(op)).c_str(), nullptr);
     }
     for (int i = 0; i < 3000; ++i) {
         const std::string g = "g" + std::to_string(rng() % 310), k = "k" + std::to_string(rng() % 2010);
         const char* got = mCONF_GetValue(root, g.c_str(), k.c_str());
-        const auto gi = model.find(g);
-        const bool has = gi != model.end() && gi->second.count(k) > 0;
-        EXPECT_EQ(got != nullptr ? got : "(null)", has ? gi->second[k] : "(null)") << g << " " << k;
+        EXPECT_EQ(got != nullptr ? got : "(null)", model[g].count(k) > 0 ? model[g][k] : "(null)") << g << " " << k;
     }
     mCONF_Free(root);
 }
@@ -181,8 +164,6 @@ const struct {
 
 int g_renameErrno = 0; // when set, libmconf's renames fail with it
 
-size_t entries(const std::string& dir) { return std::distance(std::filesystem::recursive_directory_iterator(dir), {}); }
-
 } // namespace
 
 // libmconf's rename, found in this program before the C library's.
@@ -196,9 +177,9 @@ TEST(ConfFiles, Write)
 {
     EXPECT_EQ(mCONF_FileRead("/no/such/file"), nullptr);
     EXPECT_EQ(vFILE_Errno, 1);
+    tConfGroup* root = mCONF_BufRead("[g]\nk=v\n");
     for (const auto& w : kWrites) {
-        const bool needsRoot = w.who == 'n' || w.who == 'B' || strchr(w.setUp, ':') != nullptr;
-        if (needsRoot && geteuid() != 0) {
+        if ((w.who == 'n' || w.who == 'B' || strchr(w.setUp, ':') != nullptr) && geteuid() != 0) {
             std::cerr << "skipped (needs root for a second user): " << w.setUp << "\n";
             continue;
         }
@@ -224,12 +205,10 @@ TEST(ConfFiles, Write)
                 mkdir(name.c_str(), 0755);
             if (!f[1].empty())
                 chmod(name.c_str(), std::stoi(f[1], nullptr, 8));
-            lchown(name.c_str(), f[2].empty() ? 0 : std::stoi(f[2]), f[3].empty() ? 0 : std::stoi(f[3]));
-            lstat(name.c_str(), &before[name]);
-            if (f[0][at] == '+')
-                lstat((d + rest).c_str(), &before[d + rest]); // the second name
+            lchown(name.c_str(), atoi(f[2].c_str()), atoi(f[3].c_str()));
         }
-        const size_t files = entries(t.path);
+        for (const auto& e : std::filesystem::recursive_directory_iterator(t.path))
+            lstat(e.path().c_str(), &before[e.path()]);
         if (w.who == 'B')
             mount((d + w.path).c_str(), (d + w.path).c_str(), nullptr, MS_BIND, nullptr);
         g_renameErrno = w.who == 'S' ? ENOSPC : w.who == 'I' ? EIO : w.who == 'Q' ? EDQUOT : w.who == 'X' ? EXDEV : 0;
@@ -241,10 +220,8 @@ TEST(ConfFiles, Write)
                                   setresuid(65534, 65534, 65534) != 0)) ||
                 (w.who == 'f' && setrlimit(RLIMIT_FSIZE, &lim) != 0))
                 exit(99);
-            tConfGroup* root = mCONF_BufRead("[g]\nk=v\n");
-            const int result = (mCONF_FileWrite(root, (d + w.path).c_str()) + 1) * 10 + vFILE_Errno;
-            mCONF_Free(root);
-            exit(result);
+            const int result = mCONF_FileWrite(root, (d + w.path).c_str());
+            exit((result + 1) * 10 + vFILE_Errno);
         }
         int status = 0;
         waitpid(pid, &status, 0);
@@ -259,16 +236,18 @@ TEST(ConfFiles, Write)
             EXPECT_EQ(readFile(name),
                       check.back() == '*' ? "[g]\r\nk=\"v\"\r\n\r\n" : check.substr(check.find('=') + 1))
                 << w.setUp << ": " << check;
-            struct stat st;
-            stat(name.c_str(), &st);
-            const auto old = before.find(name);
-            made += old == before.end();
-            EXPECT_TRUE(old == before.end() || (st.st_mode == old->second.st_mode && st.st_uid == old->second.st_uid &&
-                                                st.st_gid == old->second.st_gid))
-                << w.setUp << ": " << check << " keeps its mode, owner and group";
+            made += before.count(name) == 0;
         }
-        EXPECT_EQ(entries(t.path), files + made) << w.setUp << ": a stray file";
+        for (const auto& [name, old] : before) {
+            struct stat st {};
+            EXPECT_TRUE(lstat(name.c_str(), &st) == 0 && st.st_mode == old.st_mode && st.st_uid == old.st_uid &&
+                        st.st_gid == old.st_gid)
+                << w.setUp << ": " << name << " keeps its mode, owner and group";
+        }
+        EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator(t.path), {}), before.size() + made)
+            << w.setUp << ": a stray file";
     }
+    mCONF_Free(root);
 }
 
 // The new file is private from its first byte: every open of a file in the

@@ -5,9 +5,7 @@
 #include "mstring.h"
 #include "vxtest.h"
 
-#include <fcntl.h>
 #include <regex>
-#include <sys/stat.h>
 
 namespace {
 
@@ -16,10 +14,9 @@ std::string readAll(char* (*reader)(const char*, char*, int), const char* text, 
 {
     std::string lines;
     std::vector<char> buf(static_cast<size_t>(size) + 1, '\0');
-    for (const char* pos = text; pos != nullptr && *pos != '\0';) {
+    for (const char* pos = text; pos != nullptr && *pos != '\0';)
         if ((pos = reader(pos, buf.data(), size)) != nullptr)
             lines += std::string(buf.data()) + "|";
-    }
     return lines;
 }
 
@@ -33,23 +30,12 @@ int readAlloc(const std::string& path)
     return whole ? n : -1;
 }
 
-struct FileCase {
-    const char* what;
-    std::function<int(const std::string& dir)> call;
-    int result, code;    // vFILE_Errno after; 77 where the call leaves it alone
-    const char* content; // of dir/f after the call, null: not looked at
-};
-
 } // namespace
 
-TEST(Strings, LineReaders)
+TEST(Strings, ReadersWordListsAndComparisons)
 {
-    const struct {
-        bool sgetsReader;
-        const char* text;
-        int size;
-        const char* lines;
-    } cases[] = {
+    // Whether sgets (else strgets) reads, the text, the size, the lines.
+    const std::tuple<bool, const char*, int, const char*> cases[] = {
         {false, "a\r\n\r\nb", 255, "a|b|"},
         {false, "abcdef\nx", 3, "abc|x|"},
         {false, "a\rb\nc\r\nd\n\re", 255, "a|b|c|d|e|"},
@@ -59,12 +45,11 @@ TEST(Strings, LineReaders)
         {true, "abcdef\nxy", 3, "abc|xy|"},
         {true, "ab\r\nc", 3, "ab\r|c|"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(readAll(c.sgetsReader ? sgets : strgets, c.text, c.size), c.lines) << c.text;
+    for (const auto& [sgetsReader, text, size, lines] : cases)
+        EXPECT_EQ(readAll(sgetsReader ? sgets : strgets, text, size), lines) << text;
     char buf[8] = "#######";
     strgets("abc\nd", buf, 3);
     EXPECT_EQ(buf[3], '#') << "no terminator behind a full line";
-    EXPECT_EQ(sgets("a\n", nullptr, 0), nullptr);
     const std::tuple<const char*, const char*, char, int> ints[] = {
         {"title\n  Volume = 12\n", "volume", '=', 12},
         {"Volume = 12\n", "Volume", '=', -1},
@@ -73,51 +58,42 @@ TEST(Strings, LineReaders)
     };
     for (const auto& [text, key, sep, want] : ints)
         EXPECT_EQ(strgetint(text, key, sep), want) << text;
-}
-
-TEST(Strings, WordListsAndComparisons)
-{
-    EXPECT_EQ(strmcmp("ab", "a", "ab", nullptr), 1);
-    EXPECT_EQ(strmcmp2("ab", "abc", "a", nullptr), 1);
-    EXPECT_EQ(strmcasecmp("AB", "a", "abc", "aB", nullptr), 2);
-    EXPECT_EQ(strmcmp(nullptr, "x", nullptr), -1);
     const char* const withGap[] = {"a", "", "b", nullptr};
     const char* const plain[] = {"one", "Two", nullptr};
+    EXPECT_EQ(seq({strmcmp("ab", "a", "ab", nullptr), strmcmp2("ab", "abc", "a", nullptr),
+                   strmcasecmp("AB", "a", "abc", "aB", nullptr), strmcmp(nullptr, "x", nullptr), strmcmpa("two", plain),
+                   strmcasecmpa("two", plain)}),
+              "1 1 2 -1 -1 1 ");
     EXPECT_EQ(strmcmpa("b", withGap), -1) << "the list ends at the empty string";
-    EXPECT_EQ(strmcmpa("two", plain), -1);
-    EXPECT_EQ(strmcasecmpa("two", plain), 1);
     const std::tuple<const char*, const char*, int, int, int> cmps[] = {{"abc", "ab", 99, -1, -1},
                                                                         {"ab", "abc", -99, 0, 0},
                                                                         {"aB", "Abc", 32, -1, 0},
                                                                         {"\xff", "a", 0xff - 'a', -1, -1}};
-    for (const auto& [a, b, cmp1, prefix, folded] : cmps) {
-        EXPECT_EQ(strcmp1(a, b), cmp1) << a << " " << b;
-        EXPECT_EQ(strcmp2(a, b), prefix) << a << " " << b;
-        EXPECT_EQ(strcasecmp2(a, b), folded) << a << " " << b;
-    }
+    for (const auto& [a, b, cmp1, prefix, folded] : cmps)
+        EXPECT_EQ(seq({strcmp1(a, b), strcmp2(a, b), strcasecmp2(a, b)}), seq({cmp1, prefix, folded})) << a << " " << b;
     const char* h = "xaaBc";
     EXPECT_EQ(mstring::strcasestr(h, "AbC"), h + 2);
-    EXPECT_EQ(mstring::strcasestr("", ""), nullptr);
     char* s = strprint("%s", std::string(5000, 'x').c_str());
     EXPECT_EQ(strlen(s), 4094u);
     free(s);
     // Null and empty texts: no reading through, the documented results.
     const char* none = nullptr;
-    EXPECT_EQ(
-        std::vector<long>({strmcmp2(none, "a", none), strmcasecmpa(none, plain), strgetint(none, "k", '='),
-                           strgetint("x\nk 1", "k", '='), strcmp1(none, "a"), strcmp2("a", none),
-                           (long)sgets(none, nullptr, 0), (long)strgets(none, nullptr, 0), strgets(h, nullptr, 0) - h,
-                           (long)mstring::strcasestr(none, "a"), (long)(*&strprint)(none)}),
-        std::vector<long>({-1, -1, -1, -1, -97, -1, 0, 0, 5, 0, 0}));
+    EXPECT_EQ(std::vector<long>(
+                  {strmcmp2(none, "a", none), strmcasecmpa(none, plain), strgetint(none, "k", '='),
+                   strgetint("x\nk 1", "k", '='), strcmp1(none, "a"), strcmp2("a", none), (long)sgets(none, nullptr, 0),
+                   (long)sgets("a\n", nullptr, 0), (long)strgets(none, nullptr, 0), strgets(h, nullptr, 0) - h,
+                   (long)mstring::strcasestr(none, "a"), (long)mstring::strcasestr("", ""), (long)(*&strprint)(none)}),
+              std::vector<long>({-1, -1, -1, -1, -97, -1, 0, 0, 0, 5, 0, 0, 0}));
 }
 
-TEST(Files, ResultsAndCodes)
+TEST(Files, ResultsCodesAndFreeNames)
 {
     TempDir t;
-    const std::string d = t.path;
-    writeFile(d + "/r", "0123456789");
+    writeFile(t.path + "/r", "0123456789");
     static char buf[64];
-    const FileCase cases[] = {
+    // What, the call, its result, vFILE_Errno after (77 where the call leaves
+    // it alone), the content of dir/f after the call (null: not looked at).
+    const std::tuple<const char*, std::function<int(const std::string&)>, int, int, const char*> cases[] = {
         {"write", [](auto& d) { return mFILE_Write((d + "/f").c_str(), "new", 3); }, 0, 0, "new"},
         {"append", [](auto& d) { return mFILE_Append((d + "/f").c_str(), "+x", 2); }, 0, 0, "new+x"},
         {"write nothing", [](auto& d) { return mFILE_Write((d + "/f").c_str(), "x", -4); }, 0, 0, ""},
@@ -139,11 +115,10 @@ TEST(Files, ResultsAndCodes)
         {"open w", [](auto& d) { return close(mFILE_Open((d + "/f").c_str(), 'w')); }, 0, 77, ""},
         {"open missing", [](auto& d) { return mFILE_Open((d + "/m").c_str(), 'r'); }, -1, 77, nullptr},
     };
-    for (const FileCase& c : cases) {
+    for (const auto& [what, call, result, code, content] : cases) {
         vFILE_Errno = 77;
-        EXPECT_EQ(c.call(d), c.result) << c.what;
-        EXPECT_EQ(mFILE_Errno(), c.code) << c.what;
-        EXPECT_TRUE(c.content == nullptr || readFile(d + "/f") == c.content) << c.what;
+        EXPECT_EQ(seq({call(t.path), mFILE_Errno()}), seq({result, code})) << what;
+        EXPECT_TRUE(content == nullptr || readFile(t.path + "/f") == content) << what;
     }
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
@@ -157,27 +132,21 @@ TEST(Files, ResultsAndCodes)
                                  mFILE_Open(nullptr, 'r'), mFILE_ReadAlloc(nullptr, &block), vFILE_Errno,
                                  (long)mFILE_MksTemp(nullptr, 'X'), mFILE_OpenTmp(buf, '@')}),
               std::vector<long>({0, 0, 0, -1, 0, 77, 0, -1}));
-}
-
-TEST(Files, FreeNames)
-{
-    TempDir t;
     for (const char* f : {"/a0b0", "/k0", "/k1", "/k2", "/k3", "/k4", "/k5", "/k6", "/k7", "/k8", "/k9"})
         writeFile(t.path + f, "");
-    const std::pair<const char*, const char*> cases[] = {{"/plain", nullptr},
+    const std::pair<const char*, const char*> names[] = {{"/plain", nullptr},
                                                          {"/d@/f@", "/d0/f0"},
                                                          {"/a@b@", "/a0b1"},
                                                          {"/~~~~~~~~~~", "/0000000000"},
                                                          {"/k@", nullptr}};
-    for (const auto& [pattern, name] : cases) {
+    for (const auto& [pattern, name] : names) {
         std::string p = t.path + pattern;
         EXPECT_EQ(mFILE_MksTemp(&p[0], pattern[1] == '~' ? '~' : '@') != nullptr, name != nullptr) << pattern;
         EXPECT_EQ(p, t.path + (name != nullptr ? name : pattern));
     }
     std::string p = t.path + "/tmp@@";
-    const int fd = mFILE_OpenTmp(&p[0], '@');
+    EXPECT_EQ(mFILE_Close(mFILE_OpenTmp(&p[0], '@')), 0);
     EXPECT_EQ(p, t.path + "/tmp00");
-    EXPECT_EQ(mFILE_Close(fd), 0);
 }
 
 TEST(Log, LinesDumpsAndClock)
