@@ -18,7 +18,6 @@ bool touch(const char* path) { return close(open(path, O_WRONLY | O_CREAT | O_CL
 struct Registered {
     explicit Registered(FakeService::Policy policy = FakeService::Answer, int delayMs = 0) : svc(policy, delayMs)
     {
-        sock = registApplication("tr", 0, -1, "127.0.0.1");
         EXPECT_TRUE(svc.waitFor(1));
         svc.clear();
         log.clear();
@@ -26,13 +25,14 @@ struct Registered {
     ~Registered() { close(sock); }
     SyslogCapture log;
     FakeService svc;
-    int sock = -1;
+    int sock = registApplication("tr", 0, -1, "127.0.0.1"); // once the service is there
 };
 
 } // namespace
 
 TEST(Transport, AnswersByTheServicesPolicy)
 {
+    const std::string valueForm = "Send2VoxalisByApp(sock,&vxReq,sizeof(vxReq),&resp)==VERY_OK(createChannel:";
     struct Case {
         FakeService::Policy policy;
         int delayMs, want;
@@ -43,20 +43,14 @@ TEST(Transport, AnswersByTheServicesPolicy)
         {FakeService::Answer, 300, 1, 0.25, 2, {}},
         {FakeService::WrongReqNo, 0, 1, 0, 1, {"mediaReq->reqNo==rsp.reqNo(Send2VoxalisByApp:"}},
         // The socket's receive time-out bounds the wait: three seconds.
-        {FakeService::Silent,
-         0,
-         -7,
-         2.5,
-         6,
-         {"(Send2VoxalisByApp:", "Send2VoxalisByApp(sock,&vxReq,sizeof(vxReq),&resp)==VERY_OK(createChannel:"}},
+        {FakeService::Silent, 0, -7, 2.5, 6, {"(Send2VoxalisByApp:", valueForm}},
     };
     for (const Case& c : cases) {
         Registered r(c.policy, c.delayMs);
         const auto t0 = std::chrono::steady_clock::now();
         EXPECT_EQ(createChannel(r.sock), c.want);
         const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-        EXPECT_GE(s, c.minS);
-        EXPECT_LE(s, c.maxS);
+        EXPECT_TRUE(s >= c.minS && s <= c.maxS) << s << " s";
         const auto lines = r.log.texts();
         ASSERT_EQ(lines.size(), c.log.size()) << testing::PrintToString(lines);
         for (size_t i = 0; i < lines.size(); ++i)
@@ -146,8 +140,7 @@ TEST(Transport, LevelsSocketsAndOddPaths)
     EXPECT_EQ(d[4].from, VX_DBG_SOCK);
     EXPECT_TRUE(fcntl(a, F_GETFD) & FD_CLOEXEC) << "no command the application starts inherits the socket";
     EXPECT_EQ(unregistApplication(a), 1);
-    struct stat st;
-    EXPECT_EQ(stat(d[3].from.c_str(), &st), 0);
+    EXPECT_EQ(access(d[3].from.c_str(), F_OK), 0);
     close(b);
     // A descriptor that is no socket fails in the transport; saveMsg without
     // tx/ saves nothing and the request goes out all the same.
