@@ -2,10 +2,10 @@
 
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -14,11 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // One lock for the whole machine around /tmp/vx/ and /dev/log, held until
 // the process ends; the directories it had to make go at the end.
@@ -56,69 +52,60 @@ int32_t Datagram::word(size_t off) const
 
 std::string Datagram::text(size_t off, size_t width) const
 {
-    std::string s;
-    for (size_t i = off; i < off + width && i < bytes.size() && bytes[i] != 0; ++i)
-        s += static_cast<char>(bytes[i]);
-    return s;
+    const size_t end = std::min(off + width, bytes.size());
+    return std::string(bytes.begin() + std::min(off, end), bytes.begin() + end).c_str();
 }
 
 void Listener::listen(const char* path)
 {
     const sockaddr_un a = unixAddr(path);
     sock_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0 || pipe2(stop_, O_CLOEXEC) != 0) {
+    if (bind(sock_, reinterpret_cast<const sockaddr*>(&a), sizeof a) != 0) {
         close(std::exchange(sock_, -1));
         return;
     }
     chmod(path, 0666);
     thread_ = std::thread([this] {
-        pollfd fds[2] = {{sock_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
-        while ((poll(fds, 2, -1) >= 0 || errno == EINTR) && fds[1].revents == 0)
+        // stop() shuts the socket's reading side: poll then reports POLLRDHUP.
+        pollfd p = {sock_, POLLIN | POLLRDHUP, 0};
+        while ((poll(&p, 1, -1) >= 0 || errno == EINTR) && (p.revents & POLLRDHUP) == 0)
             drain();
     });
 }
 
 void Listener::stop()
 {
-    if (thread_.joinable()) {
-        (void)!write(stop_[1], "x", 1);
+    shutdown(sock_, SHUT_RD);
+    if (thread_.joinable())
         thread_.join();
-    }
-    for (int fd : {stop_[0], stop_[1], sock_})
-        close(fd);
+    close(sock_);
 }
 
-void Listener::drain()
+std::unique_lock<std::mutex> Listener::drain()
 {
     std::vector<uint8_t> buf(65536);
     sockaddr_un from{};
     socklen_t len = sizeof from;
-    std::lock_guard<std::mutex> l(mu_);
+    std::unique_lock<std::mutex> l(mu_);
     for (ssize_t n; (n = recvfrom(sock_, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr*>(&from), &len)) >= 0;
          len = sizeof from) {
         got_.push_back({{buf.begin(), buf.begin() + n},
                         len > offsetof(sockaddr_un, sun_path) ? std::string(from.sun_path) : std::string()});
         answer(got_.back());
     }
+    return l;
 }
 
 std::vector<Datagram> Listener::received()
 {
-    drain(); // what this thread sent is queued before its send returns
-    std::lock_guard<std::mutex> l(mu_);
+    const auto l = drain(); // what this thread sent is queued before its send returns
     return got_;
 }
 
 void Listener::clear()
 {
-    drain();
-    std::lock_guard<std::mutex> l(mu_);
+    const auto l = drain();
     got_.clear();
-}
-
-bool Listener::waitFor(size_t n, int timeoutMs)
-{
-    return waitUntil([&] { return received().size() >= n; }, timeoutMs);
 }
 
 void cleanVxDir()
@@ -148,19 +135,18 @@ FakeService::~FakeService()
 
 void FakeService::setResult(int reqNo, int result)
 {
-    std::lock_guard<std::mutex> l(mu_);
+    const std::lock_guard<std::mutex> l(mu_);
     results_[reqNo] = result;
 }
 
 void FakeService::answer(const Datagram& d)
 {
-    int32_t resp[21] = {d.reqNo() + (policy_ == WrongReqNo ? 1000 : 0), d.reqNo() == 22 ? 9000 : 0};
-    if (results_.count(d.reqNo()) > 0)
-        resp[1] = results_[d.reqNo()];
-    else if (d.reqNo() == 305)
-        resp[1] = nextChannel_++;
-    static const std::vector<int> kAnswered = {22, 28, 29, 305, 307, 308};
-    if (policy_ == Silent || d.from.empty() || std::count(kAnswered.begin(), kAnswered.end(), d.reqNo()) == 0)
+    const int n = d.reqNo();
+    int32_t resp[21] = {n + (policy_ == WrongReqNo ? 1000 : 0), results_.count(n) > 0 ? results_[n]
+                                                                : n == 305            ? nextChannel_++
+                                                                : n == 22             ? 9000
+                                                                                      : 0};
+    if (policy_ == Silent || d.from.empty() || std::set<int>{22, 28, 29, 305, 307, 308}.count(n) == 0)
         return;
     std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
     const sockaddr_un to = unixAddr(d.from);
@@ -190,17 +176,14 @@ SyslogCapture::~SyslogCapture()
 std::vector<std::string> SyslogCapture::texts()
 {
     std::vector<std::string> t; // of "<PRI>Mmm dd hh:mm:ss IDENT: text"
-    for (const Datagram& d : received()) {
-        const std::string raw(d.bytes.begin(), d.bytes.end());
-        t.push_back(raw.substr(std::min(raw.find(": ") + 2, raw.size())));
-    }
+    for (const Datagram& d : received())
+        t.push_back(std::regex_replace(std::string(d.bytes.begin(), d.bytes.end()), std::regex("^.*?: "), ""));
     return t;
 }
 
-bool putFields(std::vector<uint8_t>& record, const std::string& spec, char sep)
+bool putFields(std::vector<uint8_t>& record, const std::string& fields, char sep)
 {
-    std::istringstream in(spec);
-    bool fits = true;
+    std::istringstream in(fields);
     for (std::string f; std::getline(in, f, sep);) {
         if (f.empty())
             continue;
@@ -219,11 +202,11 @@ bool putFields(std::vector<uint8_t>& record, const std::string& spec, char sep)
                 bytes += arg.substr(0, q);
             bytes.resize(bytes.size() + (off + bytes.size() < record.size()));
         }
-        fits = fits && off + bytes.size() <= record.size();
-        if (fits)
-            memcpy(&record[off], bytes.data(), bytes.size());
+        if (off + bytes.size() > record.size())
+            return false;
+        memcpy(&record[off], bytes.data(), bytes.size());
     }
-    return fits;
+    return true;
 }
 
 Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env, bool noStdin)
@@ -236,49 +219,30 @@ Child::Child(std::vector<std::string> argv, const std::vector<std::string>& env,
         argv.insert(argv.begin(), {VX_EMULATOR});
 #endif
     }
-    std::vector<std::string> envs = env;
-    for (char** e = environ; *e != nullptr; ++e) {
-        const std::string name = std::string(*e).substr(0, std::string(*e).find('=') + 1);
-        if (std::none_of(env.begin(), env.end(), [&](const std::string& x) { return x.rfind(name, 0) == 0; }))
-            envs.push_back(*e);
-    }
-    std::vector<char*> av = cStrings(argv), ev = cStrings(envs);
-    int in[2], fds[2];
-    for (int i = 0; i < 2; ++i) {
-        char name[] = "/tmp/vxchild.XXXXXX";
-        fds[i] = mkostemp(name, O_CLOEXEC);
-        files_[i] = name;
-    }
-    if (pipe2(in, O_CLOEXEC) != 0)
-        return;
+    // env(1) puts `env` on top of ours.
+    argv.insert(argv.begin(), env.begin(), env.end());
+    argv.insert(argv.begin(), "/usr/bin/env");
+    std::vector<char*> av = cStrings(argv);
+    const std::string out = dir_.path + "/out", err = dir_.path + "/err";
+    int in[2];
+    (void)!pipe2(in, O_CLOEXEC);
     signal(SIGPIPE, SIG_IGN); // a child that ends early must not end the test
     if ((pid_ = fork()) == 0) {
+        dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), 1);
+        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), 2);
         noStdin ? close(0) : dup2(in[0], 0);
-        dup2(fds[0], 1);
-        dup2(fds[1], 2);
-        sigset_t none;
-        sigemptyset(&none);
+        const sigset_t none{};
         sigprocmask(SIG_SETMASK, &none, nullptr);
-        execve(av[0], av.data(), ev.data());
+        execv(av[0], av.data());
         _exit(127);
     }
-    for (int fd : {in[0], fds[0], fds[1]})
-        close(fd);
+    close(in[0]);
     in_ = in[1];
-}
-
-Child::~Child()
-{
-    wait(0);
-    for (const std::string& f : files_)
-        unlink(f.c_str());
 }
 
 void Child::write(const std::string& text) { (void)!::write(in_, text.data(), text.size()); }
 
 void Child::kill(int sig) { ::kill(pid_, sig); }
-
-std::string Child::out() const { return in_ == -2 ? res_.out : readFile(files_[0]); }
 
 size_t Child::waitOut(const std::string& needle, size_t from, int timeoutMs)
 {
@@ -294,63 +258,32 @@ Child::Result Child::wait(int timeoutMs, bool closeInput)
     if (closeInput)
         close(std::exchange(in_, -1));
     int st = 0;
-    if (!waitUntil([&] { return waitpid(pid_, &st, WNOHANG) != 0; }, timeoutMs)) {
+    if (!waitUntil([&] { return waitpid(pid_, &st, WNOHANG) != 0; }, timeoutMs))
         ::kill(pid_, SIGKILL);
-        waitpid(pid_, &st, 0);
-    }
+    waitpid(pid_, &st, 0); // the end of the kill (else reaped already: st stays)
     close(std::exchange(in_, -2));
-    res_ = {WIFEXITED(st) ? WEXITSTATUS(st) : -1, readFile(files_[0]), readFile(files_[1])};
-    return res_;
+    return res_ = {WIFEXITED(st) ? WEXITSTATUS(st) : -1, out(), readFile(dir_.path + "/err")};
 }
 
-std::string relayDatagram(const std::string& spec)
+std::string relayDatagram(const std::string& form)
 {
-    std::vector<std::string> f(4);
-    std::istringstream in(spec.substr(1));
-    for (auto& field : f)
-        std::getline(in, field, ':');
-    if (f[0].empty())
+    int32_t head[2] = {0, 0};
+    int type = 0, at = 0;
+    if (sscanf(form.c_str(), "@%d:%d:%d:%n", &type, &head[0], &head[1], &at) < 1)
         return "";
-    const int32_t head[2] = {f[1].empty() ? 0 : std::stoi(f[1]), f[2].empty() ? 0 : std::stoi(f[2])};
-    std::string d = {'\0', static_cast<char>(std::stoi(f[0]))};
+    std::string d = {'\0', static_cast<char>(type)};
     d.append(reinterpret_cast<const char*>(head), sizeof head);
-    std::istringstream items(f[3]);
+    std::istringstream items(at > 0 ? form.substr(at) : "");
     for (std::string item; std::getline(items, item, '|');) {
-        const size_t a = item.find('/'), b = item.find('/', a + 1);
-        if (f[0] == "10" || b == std::string::npos) {
+        uint16_t delays[2];
+        int keys = 0;
+        if (type == 10 || sscanf(item.c_str(), "%hu/%hu/%n", &delays[0], &delays[1], &keys) < 2 || keys == 0)
             d += item + std::string(2, '\0');
-            continue;
-        }
-        const uint16_t delays[2] = {static_cast<uint16_t>(std::stoi(item.substr(0, a))),
-                                    static_cast<uint16_t>(std::stoi(item.substr(a + 1, b - a - 1)))};
-        d += item.substr(b + 1).append(100 - std::min<size_t>(100, item.size() - b - 1), '\0').substr(0, 100);
-        d.append(reinterpret_cast<const char*>(delays), sizeof delays);
+        else // the keys in a field of 100 bytes, then the two delays
+            d += (item.substr(keys) + std::string(100, '\0')).substr(0, 100) +
+                 std::string(reinterpret_cast<const char*>(delays), sizeof delays);
     }
     return d;
-}
-
-std::string stubPath()
-{
-    const char* path = getenv("PATH");
-    return std::string("PATH=") + VX_SOURCE_DIR "/tests/support/stubs:" + (path != nullptr ? path : "/usr/bin:/bin");
-}
-
-std::string stubCalls()
-{
-    std::string calls = std::regex_replace(readFile("/tmp/vx/stubcalls.log"), std::regex("\n(.)"), "; $1");
-    return calls.empty() ? calls : calls.substr(0, calls.size() - 1);
-}
-
-TempDir::TempDir()
-{
-    char pattern[] = "/tmp/vxtest.XXXXXX";
-    path = mkdtemp(pattern) != nullptr ? pattern : "/tmp";
-}
-
-TempDir::~TempDir()
-{
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
 }
 
 std::string readFile(const std::string& path)
@@ -359,10 +292,7 @@ std::string readFile(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-void writeFile(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
+void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
 std::string unstamped(const std::string& text)
 {
@@ -388,11 +318,9 @@ std::string seq(std::initializer_list<long long> values)
 
 bool waitUntil(const std::function<bool()>& cond, int timeoutMs)
 {
-    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!cond()) {
-        if (Clock::now() > end)
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (; !cond(); std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+        if (std::chrono::steady_clock::now() > end)
             return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
     return true;
 }

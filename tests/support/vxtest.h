@@ -11,12 +11,32 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+// Polls `cond` every 5 ms until it holds or the time is up.
+bool waitUntil(const std::function<bool()>& cond, int timeoutMs);
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& bytes);
+// The text without the "[hh:mm:ss.mmm] " stamps of the log lines.
+std::string unstamped(const std::string& text);
+// The strings' pointers, then a null one (an argv or envp).
+std::vector<char*> cStrings(std::vector<std::string>& strings);
+// The numbers as "1 2 3 " (a braced list is evaluated left to right).
+std::string seq(std::initializer_list<long long> values);
+
+// A fresh directory, removed with its content.
+struct TempDir {
+    std::string path = mkdtemp(std::string("/tmp/vxtest.XXXXXX").data());
+    std::error_code ec;
+    ~TempDir() { std::filesystem::remove_all(path, ec); }
+};
 
 struct Datagram {
     std::vector<uint8_t> bytes;
@@ -33,7 +53,11 @@ public:
     bool ok() const { return sock_ >= 0; }
     std::vector<Datagram> received(); // every datagram so far, in order
     void clear();
-    bool waitFor(size_t n, int timeoutMs = 3000); // at least n datagrams in
+    // At least n datagrams in, within the time.
+    bool waitFor(size_t n, int ms = 3000)
+    {
+        return waitUntil([&] { return received().size() >= n; }, ms);
+    }
 
 protected:
     void listen(const char* path);
@@ -43,8 +67,7 @@ protected:
     std::mutex mu_;
 
 private:
-    void drain();
-    int stop_[2] = {-1, -1};
+    std::unique_lock<std::mutex> drain(); // returns holding the lock
     std::thread thread_;
     std::vector<Datagram> got_;
 };
@@ -77,11 +100,11 @@ public:
     std::vector<std::string> texts(); // every line's text so far, in order
 };
 
-// Writes the fields of `spec` into a record: "OFF=INT" (INT may be "pid",
+// Writes the `fields` into a record: "OFF=INT" (INT may be "pid",
 // ours), "OFF'TEXT'" or "OFF'TEXT'*N" (N times, then a NUL unless the record
 // ends there) and "OFF~N" (the bytes 1, 2, ... N), separated by `sep`.
 // False if one does not fit.
-bool putFields(std::vector<uint8_t>& record, const std::string& spec, char sep = ' ');
+bool putFields(std::vector<uint8_t>& record, const std::string& fields, char sep = ' ');
 
 // Removes every file under /tmp/vx/ and /tmp/vx/tx/ (making both if
 // missing); the directories go when the test program ends, if it made them.
@@ -98,47 +121,25 @@ public:
         std::string out, err;
     };
     Child(std::vector<std::string> argv, const std::vector<std::string>& env = {}, bool noStdin = false);
-    ~Child();
+    ~Child() { wait(0); }
     void write(const std::string& text);
     void kill(int sig);
     // Where `needle` shows on stdout from `from` on, or npos after the time.
     size_t waitOut(const std::string& needle, size_t from = 0, int timeoutMs = 10000);
-    std::string out() const;
+    std::string out() const { return readFile(dir_.path + "/out"); }
     // Closes stdin (unless told not to: after a signal, end of input would
     // race the signal's end); SIGKILL after the time.
     Result wait(int timeoutMs = 20000, bool closeInput = true);
 
 private:
     int pid_ = -1, in_ = -1;
-    std::string files_[2];
+    TempDir dir_; // the files of stdout and stderr
     Result res_;
 };
 
 // A relay datagram from "@TYPE:REPEAT:COUNT:ITEM|ITEM", an item being
 // "keyDelay/stepDelay/keys" for type 2 and two characters for type 10; "@"
 // is the empty datagram.
-std::string relayDatagram(const std::string& spec);
-
-// "PATH=<stub dir>:$PATH", and the calls the `key`/`usleep` stubs logged
-// ("key 1; usleep 200000").
-std::string stubPath();
-std::string stubCalls();
-
-// A fresh directory, removed with its content.
-struct TempDir {
-    TempDir();
-    ~TempDir();
-    std::string path;
-};
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
-// The text without the "[hh:mm:ss.mmm] " stamps of the log lines.
-std::string unstamped(const std::string& text);
-// The strings' pointers, then a null one (an argv or envp).
-std::vector<char*> cStrings(std::vector<std::string>& strings);
-// The numbers as "1 2 3 " (a braced list is evaluated left to right).
-std::string seq(std::initializer_list<long long> values);
-// Polls `cond` every 5 ms until it holds or the time is up.
-bool waitUntil(const std::function<bool()>& cond, int timeoutMs);
+std::string relayDatagram(const std::string& form);
 
 #endif // VX_TEST_VXTEST_H
