@@ -67,8 +67,9 @@ void Listener::listen(const char* path)
     chmod(path, 0666);
     thread_ = std::thread([this] {
         // stop() shuts the socket's reading side: poll then reports POLLRDHUP.
+        // Every 5 ms at the least, for the steps that are due.
         pollfd p = {sock_, POLLIN | POLLRDHUP, 0};
-        while ((poll(&p, 1, -1) >= 0 || errno == EINTR) && (p.revents & POLLRDHUP) == 0)
+        while ((poll(&p, 1, 5) >= 0 || errno == EINTR) && (p.revents & POLLRDHUP) == 0)
             drain();
     });
 }
@@ -93,6 +94,7 @@ std::unique_lock<std::mutex> Listener::drain()
                         len > offsetof(sockaddr_un, sun_path) ? std::string(from.sun_path) : std::string()});
         answer(got_.back());
     }
+    due();
     return l;
 }
 
@@ -133,24 +135,37 @@ FakeService::~FakeService()
     cleanVxDir();
 }
 
-void FakeService::setResult(int reqNo, int result)
+void FakeService::setResult(int reqNo, int result, int delayMs)
 {
     const std::lock_guard<std::mutex> l(mu_);
-    results_[reqNo] = result;
+    results_[reqNo] = {result, delayMs};
 }
 
 void FakeService::answer(const Datagram& d)
 {
     const int n = d.reqNo();
-    int32_t resp[21] = {n + (policy_ == WrongReqNo ? 1000 : 0), results_.count(n) > 0 ? results_[n]
-                                                                : n == 305            ? nextChannel_++
-                                                                : n == 22             ? 9000
-                                                                                      : 0};
-    if (policy_ == Silent || d.from.empty() || std::set<int>{22, 28, 29, 305, 307, 308}.count(n) == 0)
-        return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
-    const sockaddr_un to = unixAddr(d.from);
-    sendto(sock_, resp, sizeof resp, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    const auto set = results_.find(n);
+    const int result = set != results_.end() ? set->second.first : n == 305 ? nextChannel_++ : n == 22 ? 9000 : 0;
+    const int delay = set != results_.end() && set->second.second >= 0 ? set->second.second : delayMs_;
+    std::vector<int32_t> resp(21, 0);
+    resp[0] = n + (policy_ == WrongReqNo ? 1000 : 0);
+    resp[1] = result;
+    if (policy_ != Silent && !d.from.empty() && std::set<int>{22, 28, 29, 305, 307, 308}.count(n) > 0)
+        later_.emplace_back(std::chrono::steady_clock::now() + std::chrono::milliseconds(delay), d.from, resp);
+    due();
+}
+
+void FakeService::due()
+{
+    for (auto it = later_.begin(); it != later_.end();) {
+        if (std::get<0>(*it) > std::chrono::steady_clock::now()) {
+            ++it;
+            continue;
+        }
+        const sockaddr_un to = unixAddr(std::get<1>(*it));
+        sendto(sock_, std::get<2>(*it).data(), 84, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+        it = later_.erase(it);
+    }
 }
 
 SyslogCapture::SyslogCapture()

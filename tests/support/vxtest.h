@@ -18,6 +18,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 // Polls `cond` every 5 ms until it holds or the time is up.
@@ -63,6 +64,7 @@ protected:
     void listen(const char* path);
     void stop(); // the derived destructor's first step
     virtual void answer(const Datagram&) {}
+    virtual void due() {} // after each read, under the lock: steps whose time has come
     int sock_ = -1;
     std::mutex mu_;
 
@@ -81,13 +83,17 @@ public:
     enum Policy { Answer, Silent, WrongReqNo };
     explicit FakeService(Policy policy = Answer, int delayMs = 0);
     ~FakeService();
-    void setResult(int reqNo, int result);
+    // The answer to reqNo, after delayMs (else the service's delay): later
+    // answers can overtake it.
+    void setResult(int reqNo, int result, int delayMs = -1);
 
 private:
     void answer(const Datagram& d) override;
+    void due() override;
     Policy policy_;
     int delayMs_;
-    std::map<int, int> results_;
+    std::map<int, std::pair<int, int>> results_; // reqNo -> result, delay
+    std::vector<std::tuple<std::chrono::steady_clock::time_point, std::string, std::vector<int32_t>>> later_;
     int nextChannel_ = 1;
 };
 

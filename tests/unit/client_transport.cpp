@@ -56,6 +56,11 @@ TEST(Transport, AnswersByTheServicesPolicy)
         for (size_t i = 0; i < lines.size(); ++i)
             EXPECT_EQ(lines[i].rfind(c.log[i], 0), 0u) << lines[i];
     }
+    // A caller of the transport itself reads -1 from a wait that failed.
+    Registered r(FakeService::Silent);
+    tResp2App resp{};
+    int32_t req[30] = {305};
+    EXPECT_EQ(Send2VoxalisByApp(r.sock, req, sizeof req, &resp) * 10 + resp.result, -1);
 }
 
 TEST(Transport, SideFilesTakeEffectAtTheNextRequest)
@@ -92,8 +97,10 @@ TEST(Transport, SideFilesTakeEffectAtTheNextRequest)
 
 TEST(Transport, RequestsOnOneSocketGetTheirOwnAnswers)
 {
-    Registered r(FakeService::Answer, 2);
-    r.svc.setResult(307, -44);
+    // The limit's answer comes late, the channel's at once: without the
+    // socket's lock a channel request would take the limit's answer.
+    Registered r;
+    r.svc.setResult(307, -44, 20);
     std::vector<int> channels, limits;
     std::thread other([&] {
         for (int i = 0; i < 30; ++i)
