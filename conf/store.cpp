@@ -95,12 +95,15 @@ void place(uint64_t* slots, size_t mask, uint64_t word)
 
 // Makes room for one more entry, doubling the slots. False, the table still
 // whole, if memory runs out (or the entries would pass 32 bits).
-bool tableRoom(Table& t)
+bool tableRoom(Table& t, size_t more = 1)
 {
-    const size_t count = t.slots != nullptr ? t.mask + 1 : 0, grown = count != 0 ? 2 * count : kMinSlots;
-    if (t.used < count / 2)
+    const size_t count = t.slots != nullptr ? t.mask + 1 : 0;
+    if (t.used + more <= count / 2)
         return true;
-    if (t.used + 1 >= UINT32_MAX || grown > SIZE_MAX / 16)
+    size_t grown = count != 0 ? 2 * count : kMinSlots;
+    while (grown / 2 < t.used + more && grown <= SIZE_MAX / 32)
+        grown *= 2;
+    if (t.used + more >= UINT32_MAX || grown > SIZE_MAX / 16)
         return false;
     void** nodes = static_cast<void**>(realloc(t.nodes, grown / 2 * sizeof(void*)));
     if (nodes == nullptr)
@@ -311,12 +314,20 @@ void confAppendItem(tConfGroup* group, const char* key, size_t keyLen, const cha
 
 void confSettle(tConfGroup* group)
 {
-    for (tConfItem *it = group != nullptr ? group->index->pending : nullptr, *next; it != nullptr; it = next) {
+    tConfIndex* ix = group != nullptr ? group->index : nullptr;
+    size_t n = 0;
+    for (tConfItem* it = ix != nullptr ? ix->pending : nullptr; it != nullptr; it = it->next)
+        ++n;
+    // An empty or indexed group takes the table's room for all at once (one growth, not one per
+    // doubling); should that fail, the adds below grow it or fail one by one.
+    if (n > kLinearMax && (ix->count == 0 || ix->items.slots != nullptr))
+        tableRoom(ix->items, n);
+    for (tConfItem *it = ix != nullptr ? ix->pending : nullptr, *next; it != nullptr; it = next) {
         next = it->next;
         addItem(group, it->key, strlen(it->key), it->value, it->comment, it);
     }
-    if (group != nullptr)
-        group->index->pending = nullptr;
+    if (ix != nullptr)
+        ix->pending = nullptr;
 }
 
 tConfGroup* mCONF_AddGroup(tConfGroup* root, const char* name)
