@@ -53,6 +53,18 @@ if [ "${1:-}" = --inside ]; then
   nobody=(--userspec=65534:65534 "$root" /usr/bin/env -i HOME=/nonexistent
           PATH=/usr/local/bin:/usr/bin:/bin)
   lap() { echo "== $* (at $(($(date +%s) - t0)) s)"; }
+  # must WHICH LOG LINES CMD...: runs CMD with its output in LOG; if it fails,
+  # prints the last LINES of it and ends the check.
+  must() {
+    local which=$1 log=$2 lines=$3 status=0
+    shift 3
+    "$@" >"$log" 2>&1 || status=$?
+    if [ "$status" != 0 ]; then
+      echo "fresh-check: the $which command exited $status; the end of its output:" >&2
+      tail -n "$lines" "$log" >&2
+      exit 1
+    fi
+  }
 
   cmd='bash scripts/run-shell.sh </dev/null'
   lap "unprivileged, no sudo: $cmd must print the install command and build nothing"
@@ -67,27 +79,13 @@ if [ "${1:-}" = --inside ]; then
   sed 's/^/   /' "$logs/nobody.log"
 
   lap "1st command, as root: $cmd"
-  status=0
-  timeout -k 10 1500 chroot "$root" "${login[@]}" bash -c "cd $top && $cmd" \
-    >"$logs/run-shell.log" 2>&1 || status=$?
-  if [ "$status" != 0 ]; then
-    echo "fresh-check: the 1st command exited $status; the end of its output:" >&2
-    tail -n 60 "$logs/run-shell.log" >&2
-    exit 1
-  fi
+  must 1st "$logs/run-shell.log" 60 timeout -k 10 1500 chroot "$root" "${login[@]}" bash -c "cd $top && $cmd"
   grep -E '^== installing' "$logs/run-shell.log" || true
 
   cmd='cmake --workflow --preset test </dev/null'
   lap "2nd command, as root, with a network of loopback only: $cmd"
-  status=0
-  unshare --net -- bash -c 'ip link set lo up && exec "$@"' netns \
-    timeout -k 10 1800 chroot "$root" "${login[@]}" bash -c "cd $top && $cmd" \
-    >"$logs/test.log" 2>&1 || status=$?
-  if [ "$status" != 0 ]; then
-    echo "fresh-check: the 2nd command exited $status; the end of its output:" >&2
-    tail -n 80 "$logs/test.log" >&2
-    exit 1
-  fi
+  must 2nd "$logs/test.log" 80 unshare --net -- bash -c 'ip link set lo up && exec "$@"' netns \
+    timeout -k 10 1800 chroot "$root" "${login[@]}" bash -c "cd $top && $cmd"
   grep -E 'tests passed|tests failed|Total Test time' "$logs/test.log" || true
 
   lap "unprivileged again: nothing is missing now"
